@@ -9,29 +9,29 @@
 
 namespace core {
 
-inline ValAny::ValAny() noexcept : payload{}, typeTag(kEmpty) {}
+inline ValAny::ValAny() noexcept : u64(0), typeTag(kEmpty) {}
 
-inline ValAny::ValAny(bool value) noexcept : payload{}, typeTag(kBool)
+inline ValAny::ValAny(bool value) noexcept : u64(0), typeTag(kBool)
 {
-    payload.bytes[0] = value ? 1 : 0;
+    bytes[0] = value ? 1 : 0;
 }
 
-inline ValAny::ValAny(int32_t value) noexcept : payload{}, typeTag(kInt32) { payload.i32 = value; }
-inline ValAny::ValAny(uint32_t value) noexcept : payload{}, typeTag(kUInt32) { payload.u32 = value; }
-inline ValAny::ValAny(int64_t value) noexcept : payload{}, typeTag(kInt64) { payload.i64 = value; }
-inline ValAny::ValAny(uint64_t value) noexcept : payload{}, typeTag(kUInt64) { payload.u64 = value; }
-inline ValAny::ValAny(float value) noexcept : payload{}, typeTag(kFloat) { payload.f = value; }
-inline ValAny::ValAny(double value) noexcept : payload{}, typeTag(kDouble) { payload.d = value; }
-inline ValAny::ValAny(const char* text) noexcept : payload{}, typeTag(kText) { payload.text = text; }
+inline ValAny::ValAny(int32_t value) noexcept : u64(0), typeTag(kInt32) { i32 = value; }
+inline ValAny::ValAny(uint32_t value) noexcept : u64(0), typeTag(kUInt32) { u32 = value; }
+inline ValAny::ValAny(int64_t value) noexcept : u64(0), typeTag(kInt64) { i64 = value; }
+inline ValAny::ValAny(uint64_t value) noexcept : u64(0), typeTag(kUInt64) { u64 = value; }
+inline ValAny::ValAny(float value) noexcept : u64(0), typeTag(kFloat) { f = value; }
+inline ValAny::ValAny(double value) noexcept : u64(0), typeTag(kDouble) { d = value; }
+inline ValAny::ValAny(const char* text) noexcept : u64(0), typeTag(kText) { ptext = text; }
 
-inline ValAny::ValAny(ValAnyObject* object, uint32_t tag) : payload{}, typeTag(kEmpty)
+inline ValAny::ValAny(ValAnyObject* object, uint32_t tag) : u64(0), typeTag(kEmpty)
 {
     QMX_CHECK(tag >= kObject);
-    payload.pobj = object;
+    pobj = object;
     typeTag = tag;
 }
 
-inline ValAny::ValAny(const ValAny& other) : payload{}, typeTag(kEmpty) { Copy(other); }
+inline ValAny::ValAny(const ValAny& other) : u64(0), typeTag(kEmpty) { Copy(other); }
 
 inline ValAny& ValAny::operator=(const ValAny& other)
 {
@@ -43,9 +43,9 @@ inline ValAny::~ValAny() { Destroy(); }
 
 inline void ValAny::Destroy() noexcept
 {
-    if (typeTag >= kObject && payload.pobj != nullptr)
-        delete payload.pobj;
-    payload = Payload{};
+    if (typeTag >= kObject && pobj != nullptr)
+        delete pobj;
+    u64 = 0;
     typeTag = kEmpty;
 }
 
@@ -56,14 +56,14 @@ inline void ValAny::Copy(const ValAny& other)
     Destroy();
     if (other.typeTag >= kObject) {
         // A null object (only reachable by hand-built values) copies as null.
-        if (other.payload.pobj != nullptr) {
-            QMX_CHECK(other.payload.pobj->Copyable());
-            payload.pobj = other.payload.pobj->Clone();
+        if (other.pobj != nullptr) {
+            QMX_CHECK(other.pobj->Copyable());
+            pobj = other.pobj->Clone();
         }
         typeTag = other.typeTag;
         return;
     }
-    std::memcpy(payload.bytes, other.payload.bytes, sizeof payload.bytes);
+    std::memcpy(bytes, other.bytes, sizeof bytes);
     typeTag = other.typeTag;
 }
 
@@ -78,12 +78,12 @@ template <>
 inline double ValAny::Get<double>() const
 {
     switch (typeTag) {
-    case kInt32: return static_cast<double>(payload.i32);
-    case kUInt32: return static_cast<double>(payload.u32);
-    case kInt64: return static_cast<double>(payload.i64);
-    case kUInt64: return static_cast<double>(payload.u64);
-    case kFloat: return static_cast<double>(payload.f);
-    case kDouble: return payload.d;
+    case kInt32: return static_cast<double>(i32);
+    case kUInt32: return static_cast<double>(u32);
+    case kInt64: return static_cast<double>(i64);
+    case kUInt64: return static_cast<double>(u64);
+    case kFloat: return static_cast<double>(f);
+    case kDouble: return d;
     default: throw AnyBadAccess();
     }
 }
@@ -95,18 +95,18 @@ inline int ValAny::Get<int>() const
     constexpr int64_t kMax = std::numeric_limits<int32_t>::max();
     switch (typeTag) {
     case kInt32:
-        return payload.i32;
+        return i32;
     case kUInt32:
-        if (payload.u32 < 0x80000000u)
-            return static_cast<int>(payload.u32);
+        if (u32 < 0x80000000u)
+            return static_cast<int>(u32);
         break;
     case kInt64:
-        if (payload.i64 >= kMin && payload.i64 <= kMax)
-            return static_cast<int>(payload.i64);
+        if (i64 >= kMin && i64 <= kMax)
+            return static_cast<int>(i64);
         break;
     case kUInt64:
-        if (payload.u64 < 0x80000000u)
-            return static_cast<int>(payload.u64);
+        if (u64 < 0x80000000u)
+            return static_cast<int>(u64);
         break;
     default:
         break;
@@ -119,7 +119,7 @@ inline bool ValAny::Get<bool>() const
 {
     if (typeTag != kBool)
         throw AnyBadAccess();
-    return payload.bytes[0] != 0;
+    return bytes[0] != 0;
 }
 
 template <>
@@ -127,7 +127,7 @@ inline const char* ValAny::Get<const char*>() const
 {
     if (typeTag != kText)
         throw AnyBadAccess();
-    return payload.text;
+    return ptext;
 }
 
 }  // namespace core

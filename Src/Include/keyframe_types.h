@@ -2,9 +2,11 @@
 // passed across the binary interface: they never change.
 #pragma once
 
+#include <cstdint>
+
 namespace core {
 
-enum KeyframeInterpolationType {
+enum KeyframeInterpolationType : int32_t {
     eKeyframeTypeConstant = 0,       // the segment after the key holds its value
     eKeyframeTypeLinear = 1,         // chord tangents; curve ends act as linear
     eKeyframeTypeSmoothClamped = 2,  // smooth, limited so segments do not overshoot
@@ -15,7 +17,7 @@ enum KeyframeInterpolationType {
     eKeyframeTypeNone = 7,           // no key / no neighbour
 };
 
-enum ParameterTypeEnum {
+enum ParameterTypeEnum : int32_t {
     eParameterTypeDouble = 0,
     eParameterTypeInt = 1,
     eParameterTypeBool = 2,

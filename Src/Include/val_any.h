@@ -63,7 +63,7 @@ public:
     uint32_t GetTypeTag() const noexcept { return typeTag; }
     bool IsObject() const noexcept { return typeTag >= kObject; }
     // The owned object of an object kind, else null.
-    const ValAnyObject* GetObject() const noexcept { return IsObject() ? payload.pobj : nullptr; }
+    const ValAnyObject* GetObject() const noexcept { return IsObject() ? pobj : nullptr; }
 
     // Converting reads; each throws AnyBadAccess for a kind it does not accept.
     //   double:      integers (by signedness), float, double
@@ -74,7 +74,8 @@ public:
     T Get() const;
 
 private:
-    union Payload {
+    // The 8-byte payload: the plain value, or the owned object `pobj`.
+    union {
         bool b;
         int32_t i32;
         uint32_t u32;
@@ -82,10 +83,10 @@ private:
         uint64_t u64;
         float f;
         double d;
-        const char* text;
+        const char* ptext;
         ValAnyObject* pobj;
         unsigned char bytes[8];
-    } payload;
+    };
     uint32_t typeTag;
 };
 
