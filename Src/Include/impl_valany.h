@@ -67,6 +67,17 @@ inline void ValAny::Copy(const ValAny& other)
     typeTag = other.typeTag;
 }
 
+inline int32_t ValAny::GetLow32() const
+{
+    switch (typeTag) {
+    case kInt32: return i32;
+    case kUInt32: return static_cast<int32_t>(u32);
+    case kInt64:
+    case kUInt64: return static_cast<int32_t>(static_cast<uint32_t>(u64));
+    default: throw AnyBadAccess();
+    }
+}
+
 template <typename T>
 T ValAny::Get() const
 {

@@ -62,6 +62,13 @@ public:
 
     uint32_t GetTypeTag() const noexcept { return typeTag; }
     bool IsObject() const noexcept { return typeTag >= kObject; }
+    // Integers of any width and signedness.
+    bool IsInteger() const noexcept { return typeTag >= kInt32 && typeTag <= kUInt64; }
+    // Integers, float and double: the kinds Get<double> accepts.
+    bool IsNumber() const noexcept { return typeTag >= kInt32 && typeTag <= kDouble; }
+    // The low 32 bits of an integer kind's value, without a range check;
+    // throws AnyBadAccess for other kinds.
+    int32_t GetLow32() const;
     // The owned object of an object kind, else null.
     const ValAnyObject* GetObject() const noexcept { return IsObject() ? pobj : nullptr; }
 

@@ -26,12 +26,9 @@ namespace {
 // else 0.0 without error.
 double NumberOf(const core::ValAny& value)
 {
-    const uint32_t tag = value.GetTypeTag();
-    if (tag == core::ValAny::kBool)
+    if (value.GetTypeTag() == core::ValAny::kBool)
         return value.Get<bool>() ? 1.0 : 0.0;
-    if (tag >= core::ValAny::kInt32 && tag <= core::ValAny::kDouble)
-        return value.Get<double>();
-    return 0.0;
+    return value.IsNumber() ? value.Get<double>() : 0.0;
 }
 
 // One polynomial term: exactly 0.0 for a zero coefficient, whatever the power.
@@ -40,54 +37,13 @@ inline double Term(double coefficient, double power)
     return coefficient == 0.0 ? 0.0 : power * coefficient;
 }
 
-// A segment in normalised form: times t0..t1, end values p0, p1 and end
-// slopes m0, m1 per whole segment.
-struct Segment {
-    double t0, t1, p0, p1, m0, m1;
-};
-
-Segment Normalise(double tcur, double vcur, double vcurDerivRight, double vnextDerivLeft,
-                  double tnext, double vnext, KeyframeInterpolationType interp,
-                  KeyframeInterpolationType interpNext)
-{
-    const double length = tnext - tcur;
-    Segment s;
-    s.m1 = vnextDerivLeft * length;
-    if (interp == eKeyframeTypeNone) {
-        // Before the first key: one time unit ending at it, along its left slope.
-        s.t0 = tnext - 1.0;
-        s.p0 = vnext - s.m1;
-        s.p1 = vnext;
-        s.m0 = s.m1;
-    } else {
-        s.t0 = tcur;
-        s.p0 = vcur;
-        if (interp == eKeyframeTypeConstant) {
-            s.p1 = vcur;
-            s.m0 = 0.0;
-            s.m1 = 0.0;
-        } else {
-            s.p1 = vnext;
-            s.m0 = vcurDerivRight * length;
-        }
-    }
-    s.t1 = tnext;
-    if (interpNext == eKeyframeTypeNone) {
-        // After the last key: one time unit continuing its right slope.
-        s.t1 = s.t0 + 1.0;
-        s.p1 = s.p0 + s.m0;
-        s.m1 = s.m0;
-    }
-    return s;
-}
-
 // s^2 and s^3 coefficients of the normalised segment.
-inline double CurvatureCoeff(const Segment& s)
+inline double CurvatureCoeff(const HermiteSegment& s)
 {
     return 3.0 * (s.p1 - s.p0) - 2.0 * s.m0 - s.m1;
 }
 
-inline double CubicCoeff(const Segment& s)
+inline double CubicCoeff(const HermiteSegment& s)
 {
     return s.m0 - 2.0 * (s.p1 - s.p0) + s.m1;
 }
@@ -135,6 +91,41 @@ constexpr double kPiOver3 = 1.0471975511965976;
 
 }  // namespace
 
+HermiteSegment normaliseSegment(double tcur, double vcur, double vcurDerivRight, double vnextDerivLeft,
+                                double tnext, double vnext, KeyframeInterpolationType interp,
+                                KeyframeInterpolationType interpNext)
+{
+    const double length = tnext - tcur;
+    HermiteSegment s;
+    s.m1 = vnextDerivLeft * length;
+    if (interp == eKeyframeTypeNone) {
+        // Before the first key: one time unit ending at it, along its left slope.
+        s.t0 = tnext - 1.0;
+        s.p0 = vnext - s.m1;
+        s.p1 = vnext;
+        s.m0 = s.m1;
+    } else {
+        s.t0 = tcur;
+        s.p0 = vcur;
+        if (interp == eKeyframeTypeConstant) {
+            s.p1 = vcur;
+            s.m0 = 0.0;
+            s.m1 = 0.0;
+        } else {
+            s.p1 = vnext;
+            s.m0 = vcurDerivRight * length;
+        }
+    }
+    s.t1 = tnext;
+    if (interpNext == eKeyframeTypeNone) {
+        // After the last key: one time unit continuing its right slope.
+        s.t1 = s.t0 + 1.0;
+        s.p1 = s.p0 + s.m0;
+        s.m1 = s.m0;
+    }
+    return s;
+}
+
 double cubicEval(double c0, double c1, double c2, double c3, double t)
 {
     const double t2 = t * t;
@@ -161,7 +152,7 @@ double interpolate(double tcur, core::ValAny vcur, double vcurDerivRight, double
                    double tnext, core::ValAny vnext, double time, KeyframeInterpolationType interp,
                    KeyframeInterpolationType interpNext)
 {
-    const Segment seg = Normalise(tcur, NumberOf(vcur), vcurDerivRight, vnextDerivLeft, tnext,
+    const HermiteSegment seg = normaliseSegment(tcur, NumberOf(vcur), vcurDerivRight, vnextDerivLeft, tnext,
                                   NumberOf(vnext), interp, interpNext);
     const double s = (time - seg.t0) / (seg.t1 - seg.t0);
     const double s2 = s * s;
@@ -174,8 +165,8 @@ double integrate(double tcur, double vcur, double vcurDerivRight, double vnextDe
 {
     QMX_CHECK(((interp == eKeyframeTypeNone) || (tcur <= time1)) && (time1 <= time2) &&
               ((time2 <= tnext) || (interpNext == eKeyframeTypeNone)));
-    const Segment seg =
-        Normalise(tcur, vcur, vcurDerivRight, vnextDerivLeft, tnext, vnext, interp, interpNext);
+    const HermiteSegment seg =
+        normaliseSegment(tcur, vcur, vcurDerivRight, vnextDerivLeft, tnext, vnext, interp, interpNext);
     const double length = seg.t1 - seg.t0;
     const double c2 = CurvatureCoeff(seg);
     const double c3 = CubicCoeff(seg);
@@ -293,8 +284,8 @@ double solve(double tcur, double vcur, double vcurDerivRight, double vnextDerivL
              double vnext, double value, KeyframeInterpolationType interp,
              KeyframeInterpolationType interpNext)
 {
-    const Segment seg =
-        Normalise(tcur, vcur, vcurDerivRight, vnextDerivLeft, tnext, vnext, interp, interpNext);
+    const HermiteSegment seg =
+        normaliseSegment(tcur, vcur, vcurDerivRight, vnextDerivLeft, tnext, vnext, interp, interpNext);
     // Running integral p0 x + m0/(2 (t1 - t0)) x^2 + c2/3 x^3 = value: the
     // segment's cubic term is left out so the equation stays of degree three.
     const double c3 = CurvatureCoeff(seg) / 3.0;

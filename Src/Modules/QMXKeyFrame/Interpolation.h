@@ -76,4 +76,15 @@ QMX_EXPORT double solve(double tcur, double vcur, double vcurDerivRight, double 
 // of a double root, the simple root first. Fatal on a NaN coefficient.
 QMX_EXPORT int solveCubic(double c0, double c1, double c2, double c3, double roots[3]);
 
+// Module-internal (not exported): a segment in normalised form, times t0..t1,
+// end values p0, p1 and end slopes m0, m1 per whole segment, as every
+// function above derives it from the two keys' data.
+struct HermiteSegment {
+    double t0, t1, p0, p1, m0, m1;
+};
+HermiteSegment normaliseSegment(double tcur, double vcur, double vcurDerivRight,
+                                double vnextDerivLeft, double tnext, double vnext,
+                                core::KeyframeInterpolationType interp,
+                                core::KeyframeInterpolationType interpNext);
+
 }  // namespace Interpolation

@@ -1,0 +1,584 @@
+// The parameter curve: storage, lookup, evaluation, editing with tangent
+// maintenance, and its component face. JSON persistence is in keyframe_json.cpp.
+#include "keyframe_process.h"
+
+#include <cfloat>
+#include <climits>
+#include <cmath>
+#include <iterator>
+#include <optional>
+#include <stdexcept>
+
+#include "Interpolation.h"
+#include "QMXKeyFrameGuids.h"
+#include "qmx_check.h"
+
+namespace core {
+
+namespace {
+
+// A search key: only the time takes part in the ordering.
+TimeValuePair Probe(double time)
+{
+    return TimeValuePair(time, ValAny(), eKeyframeTypeNone);
+}
+
+// Truncation toward zero, saturated to the int range; NaN gives 0.
+int TruncateToInt(double value)
+{
+    if (std::isnan(value))
+        return 0;
+    if (value >= static_cast<double>(INT_MAX))
+        return INT_MAX;
+    if (value <= static_cast<double>(INT_MIN))
+        return INT_MIN;
+    return static_cast<int>(value);
+}
+
+}  // namespace
+
+void interParams(const KeySet& keyFrames, const double* t, KeySet::const_iterator itup,
+                 double* tStart, ValAny* vStart, double* dStart, KeyframeInterpolationType* kStart,
+                 double* tEnd, ValAny* vEnd, double* dEnd, KeyframeInterpolationType* kEnd)
+{
+    QMX_CHECK(keyFrames.size() >= 1);
+    QMX_CHECK(itup == keyFrames.end() || *t < itup->GetTime());
+    if (itup == keyFrames.begin()) {
+        *tEnd = itup->GetTime();
+        *vEnd = itup->GetValue();
+        *dEnd = itup->GetLeftDerivative();
+        *kEnd = itup->GetInterpolation();
+        *tStart = *tEnd - 1.0;
+        *vStart = *vEnd;
+        *dStart = 0.0;
+        *kStart = eKeyframeTypeNone;
+        return;
+    }
+    const KeySet::const_iterator itcur = std::prev(itup);
+    if (itup == keyFrames.end()) {
+        *tStart = itcur->GetTime();
+        *vStart = itcur->GetValue();
+        *dStart = itcur->GetRightDerivative();
+        *kStart = itcur->GetInterpolation();
+        *tEnd = *tStart + 1.0;
+        *vEnd = *vStart;
+        *dEnd = 0.0;
+        *kEnd = eKeyframeTypeNone;
+        return;
+    }
+    QMX_CHECK(itcur->GetTime() <= *t);
+    *tStart = itcur->GetTime();
+    *vStart = itcur->GetValue();
+    *dStart = itcur->GetRightDerivative();
+    *kStart = itcur->GetInterpolation();
+    *tEnd = itup->GetTime();
+    *vEnd = itup->GetValue();
+    *dEnd = itup->GetLeftDerivative();
+    *kEnd = itup->GetInterpolation();
+}
+
+// ---- construction and the component face ----
+
+Parameter::Parameter(IUnknown* pOuter)
+    : CUnknown(pOuter), paramType(eParameterTypeDouble), minValue(-100.0), maxValue(100.0)
+{
+}
+
+Parameter::Parameter(double /*time*/, ValAny /*value*/, KeyframeInterpolationType /*interp*/,
+                     ParameterTypeEnum type)
+    : CUnknown(nullptr), paramType(type)
+{
+    setDefaultRange(type);
+}
+
+Parameter::~Parameter()
+{
+    timeValueSets.clear();
+}
+
+HRESULT Parameter::QueryInterface(const _GUID& iid, void** ppv)
+{
+    return m_pOwner->QueryInterface(iid, ppv);
+}
+
+uint32_t Parameter::AddRef()
+{
+    return m_pOwner->AddRef();
+}
+
+uint32_t Parameter::Release()
+{
+    return m_pOwner->Release();
+}
+
+HRESULT Parameter::NonDelegatingQueryInterface(const _GUID& iid, void** ppv)
+{
+    if (IsEqualGUID(iid, IID_IQMXKeyFrameKV)) {
+        if (ppv == nullptr)
+            return E_POINTER;
+        *ppv = static_cast<IKeyFrame*>(this);
+        AddRef();
+        return S_OK;
+    }
+    return CUnknown::NonDelegatingQueryInterface(iid, ppv);
+}
+
+// ---- type and range ----
+
+void Parameter::setDefaultRange(ParameterTypeEnum type)
+{
+    switch (type) {
+    case eParameterTypeDouble:
+        minValue = ValAny(-100.0);
+        maxValue = ValAny(100.0);
+        break;
+    case eParameterTypeInt:
+        minValue = ValAny(-100);
+        maxValue = ValAny(100);
+        break;
+    case eParameterTypeBool:
+        minValue = ValAny(false);
+        maxValue = ValAny(true);
+        break;
+    case eParameterTypeString:
+        minValue = ValAny("");
+        maxValue = ValAny("");
+        break;
+    default:
+        break;
+    }
+}
+
+void Parameter::SetParameterType(ParameterTypeEnum type)
+{
+    paramType = type;
+    setDefaultRange(type);
+}
+
+ParameterTypeEnum Parameter::GetParameterType() const
+{
+    return paramType;
+}
+
+void Parameter::SetValueRange(ValAny newMin, ValAny newMax)
+{
+    minValue = newMin;
+    maxValue = newMax;
+}
+
+void Parameter::GetValueRange(ValAny& outMin, ValAny& outMax) const
+{
+    outMin = minValue;
+    outMax = maxValue;
+}
+
+bool Parameter::mustClamp() const
+{
+    switch (paramType) {
+    case eParameterTypeInt:
+        return !(minValue.Get<int>() == -2147483647 && maxValue.Get<int>() == 2147483647);
+    case eParameterTypeDouble:
+        return !(minValue.Get<double>() == -DBL_MAX && maxValue.Get<double>() == DBL_MAX);
+    default:
+        return false;
+    }
+}
+
+ValAny Parameter::clampValueToCurveYRange(ValAny value) const
+{
+    switch (paramType) {
+    case eParameterTypeDouble: {
+        const double v = value.Get<double>();
+        if (v > maxValue.Get<double>())
+            return maxValue;
+        if (minValue.Get<double>() > v)
+            return minValue;
+        return value;
+    }
+    case eParameterTypeInt: {
+        const int v = value.Get<int>();
+        if (v > maxValue.Get<int>())
+            return maxValue;
+        if (v < minValue.Get<int>())
+            return minValue;
+        return value;
+    }
+    case eParameterTypeBool: {
+        const bool v = value.Get<bool>();
+        if (v && !maxValue.Get<bool>())
+            return maxValue;
+        if (minValue.Get<bool>() && !v)
+            return minValue;
+        return value;
+    }
+    default:
+        return value;
+    }
+}
+
+// ---- lookup ----
+
+int Parameter::GetKeyFramesCount() const
+{
+    return static_cast<int>(timeValueSets.size());
+}
+
+Parameter::const_iterator Parameter::atIndex(int index) const
+{
+    if (index < 0 || index >= GetKeyFramesCount())
+        throw std::out_of_range("keyframe index out of range");
+    return timeValueSets.find_by_order(static_cast<size_t>(index));
+}
+
+Parameter::iterator Parameter::atIndex(int index)
+{
+    if (index < 0 || index >= GetKeyFramesCount())
+        throw std::out_of_range("keyframe index out of range");
+    return timeValueSets.find_by_order(static_cast<size_t>(index));
+}
+
+int Parameter::indexOf(const_iterator key) const
+{
+    return static_cast<int>(timeValueSets.order_of_key(*key));
+}
+
+Parameter::const_iterator Parameter::findWithTime(const KeySet& keys, double time)
+{
+    const const_iterator it = keys.lower_bound(Probe(time));
+    return it != keys.end() && it->GetTime() == time ? it : keys.end();
+}
+
+Parameter::iterator Parameter::findWithTime(KeySet& keys, double time)
+{
+    const iterator it = keys.lower_bound(Probe(time));
+    return it != keys.end() && it->GetTime() == time ? it : keys.end();
+}
+
+Parameter::const_iterator Parameter::find(double time) const
+{
+    return findWithTime(timeValueSets, time);
+}
+
+int Parameter::getTimeValuePairIndex(double time)
+{
+    const const_iterator it = find(time);
+    return it == timeValueSets.end() ? -1 : indexOf(it);
+}
+
+ValAny Parameter::GetPointValue(int index) const
+{
+    return atIndex(index)->GetValue();
+}
+
+double Parameter::GetPointTime(int index) const
+{
+    return atIndex(index)->GetTime();
+}
+
+KeyframeInterpolationType Parameter::GetInterpolationType(int index) const
+{
+    return atIndex(index)->GetInterpolation();
+}
+
+void Parameter::GetPointControlParam(int index, double& left, double& right) const
+{
+    const const_iterator it = atIndex(index);
+    left = it->GetLeftDerivative();
+    right = it->GetRightDerivative();
+}
+
+int Parameter::GetNKeyFramesInRange(double t0, double t1) const
+{
+    if (std::isnan(t1))
+        return 0;  // no key time compares equal to or below NaN
+    const size_t first = timeValueSets.order_of_key(Probe(t0));
+    const const_iterator past = timeValueSets.upper_bound(Probe(t1));
+    const size_t last = past == timeValueSets.end() ? timeValueSets.size() : timeValueSets.order_of_key(*past);
+    return last > first ? static_cast<int>(last - first) : 0;
+}
+
+bool Parameter::GetNextKeyframeTime(double time, TimeValuePair* out) const
+{
+    const const_iterator it = timeValueSets.upper_bound(Probe(time));
+    if (it == timeValueSets.end())
+        return false;
+    *out = *it;
+    return true;
+}
+
+bool Parameter::GetPreviousKeyframeTime(double time, TimeValuePair* out) const
+{
+    if (std::isnan(time))
+        return false;
+    const const_iterator it = timeValueSets.lower_bound(Probe(time));
+    if (it == timeValueSets.begin())
+        return false;
+    *out = *std::prev(it);
+    return true;
+}
+
+bool Parameter::GetNearestKeyFrameWithTime(double time, TimeValuePair* out) const
+{
+    if (timeValueSets.empty())
+        return false;
+    const_iterator it = std::isnan(time) ? timeValueSets.end() : timeValueSets.lower_bound(Probe(time));
+    if (it == timeValueSets.end())
+        it = std::prev(timeValueSets.end());
+    *out = *it;
+    return true;
+}
+
+// ---- evaluation ----
+
+ValAny Parameter::GetValue(double time, bool clamp) const
+{
+    if (timeValueSets.empty())
+        return ValAny(0);
+    const const_iterator itup = timeValueSets.upper_bound(Probe(time));
+    double tStart, dStart, tEnd, dEnd;
+    ValAny vStart, vEnd;
+    KeyframeInterpolationType kStart, kEnd;
+    interParams(timeValueSets, &time, itup, &tStart, &vStart, &dStart, &kStart, &tEnd, &vEnd, &dEnd, &kEnd);
+    ValAny value(Interpolation::interpolate(tStart, vStart, dStart, dEnd, tEnd, vEnd, time, kStart, kEnd));
+    if (clamp && (paramType == eParameterTypeDouble || paramType == eParameterTypeInt) && mustClamp())
+        value = clampValueToCurveYRange(value);
+    switch (paramType) {
+    case eParameterTypeBool:
+        return ValAny(value.Get<double>() != 0.0);
+    case eParameterTypeInt:
+        return ValAny(TruncateToInt(value.Get<double>()));
+    default:
+        return value;
+    }
+}
+
+void Parameter::GetCubicCoeffs(double time, double& c0, double& c1, double& c2, double& c3) const
+{
+    const const_iterator itup = timeValueSets.upper_bound(Probe(time));
+    double tStart, dStart, tEnd, dEnd;
+    ValAny vStart, vEnd;
+    KeyframeInterpolationType kStart, kEnd;
+    interParams(timeValueSets, &time, itup, &tStart, &vStart, &dStart, &kStart, &tEnd, &vEnd, &dEnd, &kEnd);
+    const Interpolation::HermiteSegment seg = Interpolation::normaliseSegment(
+        tStart, vStart.Get<double>(), dStart, dEnd, tEnd, vEnd.Get<double>(), kStart, kEnd);
+    Interpolation::hermiteToCubicCoeffs(seg.p0, seg.m0, seg.m1, seg.p1, &c0, &c1, &c2, &c3);
+}
+
+// ---- editing ----
+
+std::pair<Parameter::iterator, bool> Parameter::addTimeValuePair(const TimeValuePair& key)
+{
+    const std::pair<iterator, bool> inserted = timeValueSets.insert(key);
+    if (inserted.second)
+        return inserted;
+    timeValueSets.erase(inserted.first);
+    const std::pair<iterator, bool> newKey = timeValueSets.insert(key);
+    QMX_CHECK(newKey.second);
+    return {newKey.first, false};
+}
+
+int Parameter::AddPoint(double time, ValAny value, KeyframeInterpolationType kind)
+{
+    if (paramType == eParameterTypeBool || paramType == eParameterTypeString)
+        kind = eKeyframeTypeConstant;
+    iterator it = addTimeValuePair(TimeValuePair(time, value, kind, 0.0, 0.0)).first;
+    it = evaluateCurveChanged(eChangedReasonKeyframe, it);
+    return indexOf(it);
+}
+
+void Parameter::AddPointWithoutIndex(double time, ValAny value, KeyframeInterpolationType kind)
+{
+    AddPoint(time, value, kind);
+}
+
+void Parameter::RemovePoint(int index)
+{
+    if (index == -1)
+        return;
+    // Other negative indexes compare as huge unsigned numbers; the count itself
+    // passes this test and throws from atIndex.
+    if (timeValueSets.size() < static_cast<uint64_t>(static_cast<int64_t>(index)))
+        return;
+    removeKeyFrame(atIndex(index));
+}
+
+void Parameter::removeKeyFrame(iterator key)
+{
+    // The first key's "before" neighbour wraps around to the last key when
+    // more than two keys exist.
+    std::optional<TimeValuePair> before;
+    std::optional<TimeValuePair> after;
+    if (key != timeValueSets.begin())
+        before = *std::prev(key);
+    else if (timeValueSets.size() > 2)
+        before = *std::prev(timeValueSets.end());
+    if (std::next(key) != timeValueSets.end())
+        after = *std::next(key);
+    timeValueSets.erase(key);
+    for (const std::optional<TimeValuePair>& neighbour : {before, after})
+        if (neighbour)
+            refreshDerivatives(eChangedReasonDerivatives, findWithTime(timeValueSets, neighbour->GetTime()));
+}
+
+void Parameter::replaceKey(iterator it, const TimeValuePair& key)
+{
+    timeValueSets.erase(it);
+    evaluateCurveChanged(eChangedReasonKeyframe, addTimeValuePair(key).first);
+}
+
+void Parameter::SetPointValue(int index, ValAny value)
+{
+    const iterator it = atIndex(index);
+    const TimeValuePair& key = *it;
+    bool unchanged = false;
+    switch (paramType) {
+    case eParameterTypeDouble: {
+        const double stored = key.GetValue().Get<double>();
+        unchanged = value.IsNumber() && value.Get<double>() == stored;
+        break;
+    }
+    case eParameterTypeInt: {
+        const int stored = key.GetValue().Get<int>();
+        unchanged = value.IsInteger() && value.GetLow32() == stored;
+        break;
+    }
+    case eParameterTypeBool: {
+        const bool stored = key.GetValue().Get<bool>();
+        unchanged = value.GetTypeTag() == ValAny::kBool && value.Get<bool>() == stored;
+        break;
+    }
+    case eParameterTypeString:
+        return;  // text curves ignore value changes
+    default:
+        break;
+    }
+    if (!unchanged)
+        replaceKey(it, TimeValuePair(key.GetTime(), value, key.GetInterpolation(), key.GetLeftDerivative(),
+                                     key.GetRightDerivative()));
+}
+
+void Parameter::SetPointTime(int index, double time)
+{
+    const iterator it = atIndex(index);
+    if (it->GetTime() == time)
+        return;
+    replaceKey(it, TimeValuePair(time, it->GetValue(), it->GetInterpolation(), it->GetLeftDerivative(),
+                                 it->GetRightDerivative()));
+}
+
+void Parameter::SetPointInterpolationType(int index, KeyframeInterpolationType kind)
+{
+    const iterator it = atIndex(index);
+    if (it->GetInterpolation() == kind)
+        return;
+    replaceKey(it, TimeValuePair(it->GetTime(), it->GetValue(), kind, it->GetLeftDerivative(),
+                                 it->GetRightDerivative()));
+}
+
+void Parameter::SetPointControlParam(int index, double left, double right)
+{
+    int scratch = 0;
+    setKeyFrameDerivativesInternal(left, right, index, &scratch);
+}
+
+TimeValuePair Parameter::setKeyFrameDerivativesInternal(double left, double right, int index, int* outIndex)
+{
+    iterator it = atIndex(index);
+    QMX_CHECK(it != timeValueSets.end());
+    if (!(it->GetLeftDerivative() == left && it->GetRightDerivative() == right)) {
+        it = addTimeValuePair(TimeValuePair(it->GetTime(), it->GetValue(), it->GetInterpolation(), left, right)).first;
+        it = evaluateCurveChanged(eChangedReasonDerivatives, it);
+    }
+    if (outIndex != nullptr)
+        *outIndex = indexOf(it);
+    return *it;
+}
+
+Parameter::iterator Parameter::evaluateCurveChanged(ParameterChangedReasonEnum reason, iterator key)
+{
+    QMX_CHECK(key != timeValueSets.end());
+    if (reason != eChangedReasonDerivatives)
+        key = refreshDerivatives(eChangedReasonDerivatives, key);
+    if (key != timeValueSets.begin()) {
+        const iterator before = std::prev(key);
+        if (before->GetInterpolation() != eKeyframeTypeNone)
+            refreshDerivatives(eChangedReasonDerivatives, before);
+    }
+    const iterator after = std::next(key);
+    if (after != timeValueSets.end() && after->GetInterpolation() != eKeyframeTypeNone)
+        refreshDerivatives(eChangedReasonDerivatives, after);
+    return key;
+}
+
+Parameter::iterator Parameter::refreshDerivatives(ParameterChangedReasonEnum reason, iterator key)
+{
+    // Checked first: every later step reads the key.
+    QMX_CHECK(key != timeValueSets.end() && key->GetInterpolation() != eKeyframeTypeNone &&key->GetInterpolation() != eKeyframeTypeFree);
+    const double tCur = key->GetTime();
+    const ValAny vCur = key->GetValue();
+
+    // A missing neighbour is passed as the key itself with kind None; the
+    // curve's end keys are passed as linear neighbours.
+    double tPrev = tCur, prevRight = 0.0;
+    ValAny vPrev = vCur;
+    KeyframeInterpolationType kindPrev = eKeyframeTypeNone;
+    if (key != timeValueSets.begin()) {
+        const iterator prev = std::prev(key);
+        tPrev = prev->GetTime();
+        vPrev = prev->GetValue();
+        prevRight = prev->GetRightDerivative();
+        kindPrev = prev == timeValueSets.begin() ? eKeyframeTypeLinear : prev->GetInterpolation();
+    }
+    double tNext = tCur, nextLeft = 0.0;
+    ValAny vNext = vCur;
+    KeyframeInterpolationType kindNext = eKeyframeTypeNone;
+    const iterator next = std::next(key);
+    if (next != timeValueSets.end()) {
+        tNext = next->GetTime();
+        vNext = next->GetValue();
+        nextLeft = next->GetLeftDerivative();
+        kindNext = std::next(next) == timeValueSets.end() ? eKeyframeTypeLinear : next->GetInterpolation();
+    }
+
+    const KeyframeInterpolationType kind = key->GetInterpolation();
+    double left = 0.0, right = 0.0;
+    Interpolation::autoComputeDerivatives(kindPrev, kind, kindNext, tPrev, vPrev, tCur, vCur, tNext, vNext,
+                                          prevRight, nextLeft, &left, &right);
+    const TimeValuePair refreshed(tCur, vCur, kind, left, right);
+    timeValueSets.erase(key);
+    const std::pair<iterator, bool> newKeyIt = timeValueSets.insert(refreshed);
+    QMX_CHECK(newKeyIt.second);
+    if (reason != eChangedReasonDerivatives)
+        evaluateCurveChanged(eChangedReasonDerivatives, newKeyIt.first);
+    return newKeyIt.first;
+}
+
+// ---- copying ----
+
+bool Parameter::CopyFrom(const IKeyFrame* other)
+{
+    if (other == nullptr || other == static_cast<const IKeyFrame*>(this))
+        return true;
+    const Parameter* source = static_cast<const Parameter*>(other);
+    timeValueSets = source->timeValueSets;
+    minValue = source->minValue;
+    maxValue = source->maxValue;
+    paramType = source->paramType;
+    return true;
+}
+
+void Parameter::Clear()
+{
+    timeValueSets.clear();
+}
+
+}  // namespace core
+
+scombase::CUnknown* CreateKeyFrameKVInstance(IUnknown* pOuter, int* phr)
+{
+    core::Parameter* curve = new core::Parameter(pOuter);
+    curve->NonDelegatingAddRef();
+    if (phr != nullptr)
+        *phr = 0;
+    return curve;
+}
