@@ -5,6 +5,7 @@
 
 #include <string>
 
+#include "IKeyFrame.h"
 #include "keyframe_types.h"
 #include "val_any.h"
 
@@ -25,6 +26,8 @@ using DerivativesFn = void (*)(KeyframeInterpolationType, KeyframeInterpolationT
 using SolveFn = double (*)(double, double, double, double, double, double, double,
                            KeyframeInterpolationType, KeyframeInterpolationType);
 using SolveCubicFn = int (*)(double, double, double, double, double*);
+// The creation function returns the object's non-delegating face.
+using CreateFn = IUnknown* (*)(IUnknown*, int*);
 
 class ModuleLoad : public testing::Test {
 protected:
@@ -111,6 +114,57 @@ TEST_F(ModuleLoad, TangentsAndSolverByMangledName)
     double roots[3] = {};
     ASSERT_EQ(solveCubic(0, -1, 0, 1, roots), 3);
     EXPECT_NEAR(roots[0], 1.0, 1e-12);
+}
+
+// A host creates a curve with the exported creation function, asks it for
+// core::IKeyFrame by the exported identifier, and drives every slot.
+TEST_F(ModuleLoad, CurveThroughAllSlots)
+{
+    auto create = Resolve<CreateFn>("_Z24CreateKeyFrameKVInstanceP8IUnknownPi");
+    auto iid = Resolve<const _GUID*>("IID_IQMXKeyFrameKV");
+    ASSERT_TRUE(create && iid);
+    int hr = -1;
+    IUnknown* object = create(nullptr, &hr);
+    EXPECT_EQ(hr, 0);
+    core::IKeyFrame* curve = nullptr;
+    ASSERT_EQ(object->QueryInterface(*iid, reinterpret_cast<void**>(&curve)), S_OK);
+    EXPECT_EQ(object->Release(), 1u);
+
+    EXPECT_EQ(curve->AddPoint(2.0, ValAny(4.0), core::eKeyframeTypeLinear), 0);
+    curve->AddPointWithoutIndex(0.0, ValAny(0.0), core::eKeyframeTypeLinear);
+    EXPECT_EQ(curve->AddPoint(1.0, ValAny(1.0), core::eKeyframeTypeSmooth), 1);
+    EXPECT_EQ(curve->GetKeyFramesCount(), 3);
+    EXPECT_EQ(curve->GetValue(1.0, false).Get<double>(), 1.0);
+    EXPECT_EQ(curve->GetPointValue(2).Get<double>(), 4.0);
+    EXPECT_EQ(curve->GetPointTime(1), 1.0);
+    EXPECT_EQ(curve->GetInterpolationType(1), core::eKeyframeTypeSmooth);
+    double left = 0, right = 0;
+    curve->GetPointControlParam(1, left, right);
+    EXPECT_EQ(left, 2.0);  // chord of the neighbours (0, 0) and (2, 4)
+    EXPECT_EQ(right, 2.0);
+    curve->SetPointValue(1, ValAny(3.0));
+    curve->SetPointTime(1, 1.5);
+    curve->SetPointInterpolationType(1, core::eKeyframeTypeLinear);
+    curve->SetPointControlParam(1, 0.5, 0.25);
+    curve->GetPointControlParam(1, left, right);
+    EXPECT_EQ(right, 0.25);
+    EXPECT_EQ(curve->getTimeValuePairIndex(1.5), 1);
+    curve->SetValueRange(ValAny(-1.0), ValAny(1.0));
+    ValAny low, high;
+    curve->GetValueRange(low, high);
+    EXPECT_EQ(high.Get<double>(), 1.0);
+    EXPECT_EQ(curve->GetValue(2.0, true).Get<double>(), 1.0);
+    const std::string text = curve->Serialize();
+    curve->RemovePoint(0);
+    EXPECT_EQ(curve->GetKeyFramesCount(), 2);
+    curve->Clear();
+    EXPECT_EQ(curve->Desialize(text.c_str()), S_OK);
+    EXPECT_EQ(curve->Serialize(), text);
+    EXPECT_TRUE(curve->CopyFrom(curve));
+    curve->SetParameterType(core::eParameterTypeInt);
+    EXPECT_EQ(curve->GetParameterType(), core::eParameterTypeInt);
+    EXPECT_EQ(curve->GetValue(1.5, false).Get<int>(), 3);
+    EXPECT_EQ(curve->Release(), 0u);
 }
 
 }  // namespace

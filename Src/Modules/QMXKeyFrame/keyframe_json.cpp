@@ -3,6 +3,8 @@
 // written exactly as Json::FastWriter spells it.
 #include <json/json.h>
 
+#include <utility>
+
 #include "keyframe_process.h"
 
 namespace core {
@@ -55,9 +57,9 @@ std::string Parameter::Serialize() const
         node.append(static_cast<int>(key.GetInterpolation()));
         node.append(key.GetLeftDerivative());
         node.append(key.GetRightDerivative());
-        nodes.append(node);
+        nodes.append(std::move(node));
     }
-    root["nodes"] = nodes;
+    root["nodes"] = std::move(nodes);
     return Json::FastWriter().write(root);
 }
 
