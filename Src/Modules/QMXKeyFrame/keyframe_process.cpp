@@ -287,19 +287,33 @@ void Parameter::GetPointControlParam(int index, double& left, double& right) con
     right = it->GetRightDerivative();
 }
 
+// NaN compares false with every time, so tree searches for it would stop
+// anywhere; these answer as a walk over the keys does.
+Parameter::const_iterator Parameter::firstAfter(double time) const
+{
+    return std::isnan(time) ? timeValueSets.end() : timeValueSets.upper_bound(Probe(time));
+}
+
+Parameter::const_iterator Parameter::firstAtOrAfter(double time) const
+{
+    return std::isnan(time) ? timeValueSets.end() : timeValueSets.lower_bound(Probe(time));
+}
+
 int Parameter::GetNKeyFramesInRange(double t0, double t1) const
 {
+    // Keys below t0 are skipped (none is below NaN); keys up to t1 are counted
+    // (none is at or below NaN).
     if (std::isnan(t1))
-        return 0;  // no key time compares equal to or below NaN
-    const size_t first = timeValueSets.order_of_key(Probe(t0));
-    const const_iterator past = timeValueSets.upper_bound(Probe(t1));
+        return 0;
+    const size_t first = std::isnan(t0) ? 0 : timeValueSets.order_of_key(Probe(t0));
+    const const_iterator past = firstAfter(t1);
     const size_t last = past == timeValueSets.end() ? timeValueSets.size() : timeValueSets.order_of_key(*past);
     return last > first ? static_cast<int>(last - first) : 0;
 }
 
 bool Parameter::GetNextKeyframeTime(double time, TimeValuePair* out) const
 {
-    const const_iterator it = timeValueSets.upper_bound(Probe(time));
+    const const_iterator it = firstAfter(time);
     if (it == timeValueSets.end())
         return false;
     *out = *it;
@@ -308,10 +322,8 @@ bool Parameter::GetNextKeyframeTime(double time, TimeValuePair* out) const
 
 bool Parameter::GetPreviousKeyframeTime(double time, TimeValuePair* out) const
 {
-    if (std::isnan(time))
-        return false;
-    const const_iterator it = timeValueSets.lower_bound(Probe(time));
-    if (it == timeValueSets.begin())
+    const const_iterator it = firstAtOrAfter(time);
+    if (std::isnan(time) || it == timeValueSets.begin())
         return false;
     *out = *std::prev(it);
     return true;
@@ -321,7 +333,7 @@ bool Parameter::GetNearestKeyFrameWithTime(double time, TimeValuePair* out) cons
 {
     if (timeValueSets.empty())
         return false;
-    const_iterator it = std::isnan(time) ? timeValueSets.end() : timeValueSets.lower_bound(Probe(time));
+    const_iterator it = firstAtOrAfter(time);
     if (it == timeValueSets.end())
         it = std::prev(timeValueSets.end());
     *out = *it;
@@ -334,7 +346,7 @@ ValAny Parameter::GetValue(double time, bool clamp) const
 {
     if (timeValueSets.empty())
         return ValAny(0);
-    const const_iterator itup = timeValueSets.upper_bound(Probe(time));
+    const const_iterator itup = firstAfter(time);
     double tStart, dStart, tEnd, dEnd;
     ValAny vStart, vEnd;
     KeyframeInterpolationType kStart, kEnd;
@@ -354,7 +366,7 @@ ValAny Parameter::GetValue(double time, bool clamp) const
 
 void Parameter::GetCubicCoeffs(double time, double& c0, double& c1, double& c2, double& c3) const
 {
-    const const_iterator itup = timeValueSets.upper_bound(Probe(time));
+    const const_iterator itup = firstAfter(time);
     double tStart, dStart, tEnd, dEnd;
     ValAny vStart, vEnd;
     KeyframeInterpolationType kStart, kEnd;

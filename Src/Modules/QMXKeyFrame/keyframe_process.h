@@ -116,6 +116,9 @@ public:
 private:
     // Resets the range to the default of `type` (types 0 to 3 only).
     void setDefaultRange(ParameterTypeEnum type);
+    // The first key after `time` / at or after it; the end for NaN.
+    const_iterator firstAfter(double time) const;
+    const_iterator firstAtOrAfter(double time) const;
     // Index of a key counted from the first.
     int indexOf(const_iterator key) const;
     // Erases key `it` and inserts `key` in its place, then refreshes.

@@ -1,0 +1,121 @@
+#include <gtest/gtest.h>
+
+#include <utility>
+
+#include "QMXCommon.h"
+#include "QMXKeyFrameGuids.h"
+#include "keyframe_process.h"
+
+namespace {
+
+using core::IKeyFrame;
+using core::ValAny;
+
+// A key value object counting its live instances: shows when the curve holding it is destroyed.
+struct Tracker : core::ValAnyObject {
+    static inline int live = 0;
+    Tracker() { ++live; }
+    ~Tracker() override { --live; }
+    bool Copyable() const override { return true; }
+    ValAnyObject* Clone() const override { return new Tracker; }
+};
+
+void AddTrackedKey(IKeyFrame* kf) { kf->AddPoint(9.0, ValAny(new Tracker, ValAny::kObject), core::eKeyframeTypeLinear); }
+
+// The current count, read through one AddRef/Release pair.
+uint32_t Count(IUnknown* p) { p->AddRef(); return p->Release(); }
+
+// Aggregates a curve: holds its non-delegating face and answers IID_IQMXKeyFrameKV with it.
+struct Outer final : IUnknown {
+    static inline uint32_t innerRelease = 99;  // what the destructor's release of the inner returned
+    int32_t count = 1;
+    scombase::CUnknown* inner = CreateKeyFrameKVInstance(this, nullptr);
+    ~Outer() { innerRelease = inner->NonDelegatingRelease(); }
+    HRESULT QueryInterface(const _GUID& iid, void** ppv) override
+    {
+        return iid == IID_IUnknown ? scombase::GetInterface(this, ppv) : inner->NonDelegatingQueryInterface(iid, ppv);
+    }
+    uint32_t AddRef() override { return static_cast<uint32_t>(++count); }
+    uint32_t Release() override { if (--count == 0) { delete this; return 0; } return static_cast<uint32_t>(count); }
+};
+
+}  // namespace
+
+// A fresh curve (result 0, count 1, double, no keys, range -100..100), its queries with the count after
+// each step, and destruction by the last Release through IKeyFrame.
+TEST(CurveComponentTest, CreateQueryRelease)
+{
+    int hr = -1;
+    auto* curve = static_cast<core::Parameter*>(CreateKeyFrameKVInstance(nullptr, &hr));
+    EXPECT_EQ(hr, 0);
+    EXPECT_EQ(curve->AddRef(), 2u);
+    EXPECT_EQ(curve->Release(), 1u);
+    ValAny lo, hi;
+    curve->GetValueRange(lo, hi);
+    EXPECT_EQ(lo.GetTypeTag(), ValAny::kDouble);
+    EXPECT_EQ(hi.GetTypeTag(), ValAny::kDouble);
+    EXPECT_EQ(std::make_pair(lo.Get<double>(), hi.Get<double>()), std::make_pair(-100.0, 100.0));
+    EXPECT_EQ(curve->GetParameterType(), core::eParameterTypeDouble);
+    EXPECT_EQ(curve->GetKeyFramesCount(), 0);
+
+    void* pv = nullptr;
+    ASSERT_EQ(curve->NonDelegatingQueryInterface(IID_IQMXKeyFrameKV, &pv), S_OK);
+    IKeyFrame* kf = static_cast<IKeyFrame*>(pv);
+    EXPECT_EQ(kf, static_cast<IKeyFrame*>(curve));
+    EXPECT_EQ(Count(kf), 2u);
+    ASSERT_EQ(kf->QueryInterface(IID_IUnknown, &pv), S_OK);  // forwarded: the non-delegating face
+    EXPECT_EQ(pv, static_cast<scombase::INonDelegatingUnknown*>(curve));
+    IUnknown* unk = static_cast<IUnknown*>(pv);
+    EXPECT_EQ(Count(kf), 3u);
+    EXPECT_TRUE(scombase::IsEqualObject(kf, unk));
+    for (const _GUID* iid : {&IID_IQMXKeyFrame, &IID_IQMXStorage}) {
+        pv = &hr;
+        EXPECT_EQ(kf->QueryInterface(*iid, &pv), static_cast<HRESULT>(0x80000004u));
+        EXPECT_EQ(pv, nullptr);
+    }
+    EXPECT_EQ(kf->QueryInterface(IID_IUnknown, nullptr), static_cast<HRESULT>(0x80000005u));
+    EXPECT_EQ(Count(kf), 3u);
+    EXPECT_EQ(unk->Release(), 2u);
+    EXPECT_EQ(kf->Release(), 1u);
+
+    AddTrackedKey(kf);
+    EXPECT_EQ(Tracker::live, 1);
+    EXPECT_EQ(kf->Release(), 0u);
+    EXPECT_EQ(Tracker::live, 0);
+}
+
+// Aggregated: public counts move the outer's count, the inner keeps its own one reference, the curve
+// works through IKeyFrame, and destroying the outer releases (and destroys) the inner once.
+TEST(CurveComponentTest, Aggregation)
+{
+    Outer* outer = new Outer;
+    auto* inner = static_cast<core::Parameter*>(outer->inner);
+    EXPECT_EQ(inner->GetOwner(), outer);
+    void* pv = nullptr;
+    ASSERT_EQ(outer->QueryInterface(IID_IQMXKeyFrameKV, &pv), S_OK);
+    IKeyFrame* kf = static_cast<IKeyFrame*>(pv);
+    EXPECT_EQ(kf, static_cast<IKeyFrame*>(inner));
+    EXPECT_EQ(outer->count, 2);
+    EXPECT_EQ(kf->AddRef(), 3u);
+    EXPECT_EQ(kf->Release(), 2u);
+    ASSERT_EQ(kf->QueryInterface(IID_IUnknown, &pv), S_OK);  // answered by the outer
+    EXPECT_EQ(pv, static_cast<IUnknown*>(outer));
+    EXPECT_EQ(outer->Release(), 2u);
+    ASSERT_EQ(inner->NonDelegatingQueryInterface(IID_IUnknown, &pv), S_OK);  // the inner's own face
+    EXPECT_EQ(pv, static_cast<scombase::INonDelegatingUnknown*>(inner));
+    EXPECT_EQ(inner->NonDelegatingRelease(), 1u);
+
+    kf->SetParameterType(core::eParameterTypeInt);
+    EXPECT_EQ(kf->AddPoint(4.0, ValAny(8), core::eKeyframeTypeLinear), 0);
+    EXPECT_EQ(kf->AddPoint(2.0, ValAny(4), core::eKeyframeTypeLinear), 0);
+    EXPECT_EQ(kf->GetValue(3.0, false).Get<int>(), 6);
+    kf->SetPointTime(0, 6.0);
+    EXPECT_EQ(kf->getTimeValuePairIndex(6.0), 1);
+    AddTrackedKey(kf);
+    EXPECT_EQ(kf->GetKeyFramesCount(), 3);
+    EXPECT_EQ(kf->Release(), 1u);
+    EXPECT_EQ(Tracker::live, 1);
+    EXPECT_EQ(outer->Release(), 0u);
+    EXPECT_EQ(Outer::innerRelease, 0u);
+    EXPECT_EQ(Tracker::live, 0);
+}

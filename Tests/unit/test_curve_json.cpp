@@ -1,0 +1,134 @@
+// Curve JSON text: exact golden output, round trips, merging, failures, copying.
+#include <gtest/gtest.h>
+
+#include <sstream>
+#include <string>
+
+#include "keyframe_process.h"
+
+using namespace core;
+using V = ValAny;
+
+namespace {
+
+Parameter& Typed(Parameter& c, int type)
+{
+    c.SetParameterType(static_cast<ParameterTypeEnum>(type));
+    return c;
+}
+
+// Every field of the curve, value kinds included, exactly (hex floats).
+std::string Dump(const Parameter& c)
+{
+    const auto put = [](std::ostream& os, const V& v) -> std::ostream& {
+        return os << v.GetTypeTag() << ':' << (v.GetTypeTag() == V::kBool ? v.Get<bool>() : v.Get<double>()) << ' ';
+    };
+    std::ostringstream os;
+    V lo, hi;
+    c.GetValueRange(lo, hi);
+    put(put(os << std::hexfloat << c.GetParameterType() << ' ', lo), hi);
+    for (int i = 0; i < c.GetKeyFramesCount(); ++i) {
+        double l, r;
+        c.GetPointControlParam(i, l, r);
+        put(os << "| " << c.GetPointTime(i) << ' ', c.GetPointValue(i))
+            << c.GetInterpolationType(i) << ' ' << l << ' ' << r;
+    }
+    return os.str();
+}
+
+}  // namespace
+
+TEST(CurveJson, GoldenTexts)
+{
+    Parameter fresh(nullptr), i(nullptr), b(nullptr), s(nullptr), d(nullptr);
+    Typed(i, 1).AddPoint(1.0, V(5), eKeyframeTypeSmooth);
+    Typed(b, 2).AddPoint(2.0, V(false), eKeyframeTypeLinear);  // kinds forced to constant
+    b.AddPoint(0.0, V(true), eKeyframeTypeSmooth);
+    Typed(s, 3).AddPoint(1.0, V("a"), eKeyframeTypeLinear);
+    d.SetValueRange(V(-2.5), V(2048.75));
+    d.AddPoint(-3.0, V(0.25), eKeyframeTypeLinear);
+    d.SetPointControlParam(0, -1.5, 8.0);
+    const struct { const Parameter* curve; const char* text; } cases[] = {
+        {&fresh, "{\"MaxValue\":100.0,\"MinValue\":-100.0,\"ParamType\":0,\"nodes\":null}\n"},
+        {&i, "{\"MaxValue\":100,\"MinValue\":-100,\"ParamType\":1,\"nodes\":[[1.0,5,3,0.0,0.0]]}\n"},
+        {&b, "{\"MaxValue\":true,\"MinValue\":false,\"ParamType\":2,"
+             "\"nodes\":[[0.0,true,0,0.0,-0.5],[2.0,false,0,-0.5,0.0]]}\n"},
+        {&s, "{\"ParamType\":3,\"nodes\":[[1.0,0,0.0,0.0]]}\n"},
+        {&d, "{\"MaxValue\":2048.75,\"MinValue\":-2.5,\"ParamType\":0,\"nodes\":[[-3.0,0.25,1,-1.5,8.0]]}\n"}};
+    for (const auto& k : cases)
+        EXPECT_EQ(k.curve->Serialize(), k.text);
+    Parameter back(nullptr);  // type-3 keys are not read back; the range stays
+    back.Desialize(s.Serialize().c_str());
+    EXPECT_EQ(back.Serialize(), "{\"ParamType\":3,\"nodes\":null}\n");
+    EXPECT_EQ(Dump(back), "3 7:-0x1.9p+6 7:0x1.9p+6 ");
+}
+
+// Written and read into a fresh curve: same text and same fields, including the
+// hand-set tangents of a free key that entered through text.
+TEST(CurveJson, RoundTrips)
+{
+    const V values[3][3] = {{V(1.5), V(-4.0), V(7.25)}, {V(3), V(-8), V(40)}, {V(true), V(false), V(true)}};
+    const char* loaded[3] = {  // a free key with hand-set tangents, and a range
+        "{\"ParamType\":0,\"MinValue\":-9.5,\"MaxValue\":9,\"nodes\":[[10,2.5,6,-1.5,3.25]]}",
+        "{\"ParamType\":1,\"MinValue\":-9,\"MaxValue\":9,\"nodes\":[[10,2,6,-1.5,3.25]]}",
+        "{\"ParamType\":2,\"MinValue\":true,\"MaxValue\":true,\"nodes\":[[10,false,6,-1.5,3.25]]}"};
+    for (int type = 0; type < 3; ++type) {
+        Parameter src(nullptr), dst(nullptr);
+        for (int k = 0; k < 3; ++k)
+            Typed(src, type).AddPoint(4.0 * k, values[type][k], k == 1 ? eKeyframeTypeSpline : eKeyframeTypeSmooth);
+        src.Desialize(loaded[type]);
+        ASSERT_EQ(src.GetInterpolationType(3), eKeyframeTypeFree) << type;
+        const std::string text = src.Serialize();
+        EXPECT_EQ(dst.Desialize(text.c_str()), 0);
+        EXPECT_EQ(dst.Serialize(), text);
+        EXPECT_EQ(Dump(dst), Dump(src));
+    }
+}
+
+// "{}" reads as type 0 with range 0..0; keys merge by time, an existing key (or the
+// first of two equal nodes) wins; unparsable text and null change nothing.
+TEST(CurveJson, ReadingDefaultsMergingAndBadText)
+{
+    Parameter c(0.0, V(), eKeyframeTypeNone, eParameterTypeBool);
+    EXPECT_EQ(c.Desialize("{}"), 0);
+    EXPECT_EQ(Dump(c), "0 7:0x0p+0 7:0x0p+0 ");
+    c.AddPoint(2.0, V(7.0), eKeyframeTypeLinear);
+    c.Desialize("{\"ParamType\":0,\"MinValue\":-1,\"MaxValue\":1,\"nodes\":[[1.0,1.0,1,0.0,0.0],"
+                "[2.0,99.0,5,9.0,9.0],[3.0,3.0,5,0.0,0.0],[3.0,4.0,5,0.0,0.0]]}");
+    const std::string merged = c.Serialize();
+    EXPECT_EQ(merged, "{\"MaxValue\":1.0,\"MinValue\":-1.0,\"ParamType\":0,\"nodes\":[[1.0,1.0,1,0.0,0.0],"
+                      "[2.0,7.0,1,0.0,0.0],[3.0,3.0,5,0.0,0.0]]}\n");
+    for (const char* bad : {"{", "[1,", "nodes", "{\"ParamType\":1,}x", static_cast<const char*>(nullptr)})
+        EXPECT_EQ(c.Desialize(bad), 0) << (bad ? bad : "null");
+    EXPECT_EQ(c.Serialize(), merged);
+}
+
+// A range end or key value that cannot be written throws; the curve is unchanged.
+TEST(CurveJson, UnwritableValuesThrow)
+{
+    Parameter b(nullptr), i(nullptr), k(nullptr);
+    Typed(b, 2).SetValueRange(V(0), V(true));
+    Typed(i, 1).AddPoint(0.0, V(int64_t{1} << 40), eKeyframeTypeLinear);
+    Typed(k, 2).AddPoint(0.0, V(1.0), eKeyframeTypeLinear);
+    for (Parameter* c : {&b, &i, &k}) {
+        const std::string before = Dump(*c);
+        EXPECT_THROW(c->Serialize(), AnyBadAccess) << before;
+        EXPECT_EQ(Dump(*c), before);
+    }
+}
+
+// CopyFrom takes keys (kinds 6 and 7 included), range and type; from itself it
+// changes nothing. Clear drops the keys only.
+TEST(CurveJson, CopyFromAndClear)
+{
+    Parameter src(nullptr), dst(nullptr);
+    src.Desialize("{\"ParamType\":1,\"MinValue\":-5,\"MaxValue\":9,\"nodes\":[[1.0,2,6,0.5,-0.5],[3.0,4,7,1.0,2.0]]}");
+    Typed(dst, 2).AddPoint(8.0, V(true), eKeyframeTypeConstant);
+    EXPECT_TRUE(dst.CopyFrom(&src));
+    EXPECT_EQ(Dump(dst), Dump(src));
+    const std::string before = Dump(src);
+    EXPECT_TRUE(src.CopyFrom(&src));
+    EXPECT_EQ(Dump(src), before);
+    dst.Clear();
+    EXPECT_EQ(dst.Serialize(), "{\"MaxValue\":9,\"MinValue\":-5,\"ParamType\":1,\"nodes\":null}\n");
+}
