@@ -30,6 +30,7 @@ test-sanitized: deps
 
 bench: build
 	$(BUILD_DIR)/bin/qmx_bench_interpolation
+	$(BUILD_DIR)/bin/qmx_bench_curve
 
 clean:
 	rm -rf $(BUILD_DIR) $(SANITIZE_DIR)

@@ -1,9 +1,8 @@
+// The value holder and the key record.
 #include <gtest/gtest.h>
 
 #include <optional>
-#include <set>
 #include <tuple>
-#include <vector>
 
 #include "TimeValuePair.h"
 
@@ -36,16 +35,12 @@ Fields FieldsOf(const core::TimeValuePair& k)
 TEST(ValAnyTest, GetRangeRules)
 {
     const struct { ValAny v; uint32_t tag; std::optional<double> d; std::optional<int> i; } rows[] = {
-        {ValAny(), 0, {}, {}}, {ValAny(true), 1, {}, {}}, {ValAny(-3), 2, -3.0, -3},
-        {ValAny(uint32_t{2147483647u}), 3, 2147483647.0, 2147483647},
-        {ValAny(uint32_t{2147483648u}), 3, 2147483648.0, {}},
-        {ValAny(int64_t{-2147483648LL}), 4, -2147483648.0, INT32_MIN},
-        {ValAny(int64_t{-2147483649LL}), 4, -2147483649.0, {}},
-        {ValAny(int64_t{2147483648LL}), 4, 2147483648.0, {}},
-        {ValAny(uint64_t{0x7fffffffu}), 5, 2147483647.0, 2147483647},
-        {ValAny(uint64_t{0x80000000u}), 5, 2147483648.0, {}},
-        {ValAny(UINT64_MAX), 5, 1.8446744073709552e19, {}},
-        {ValAny(1.5f), 6, 1.5, {}}, {ValAny(1.0), 7, 1.0, {}}, {ValAny("x"), 8, {}, {}},
+        {ValAny(), 0, {}, {}}, {ValAny(true), 1, {}, {}}, {ValAny(-3), 2, -3.0, -3}, {ValAny("x"), 8, {}, {}},
+        {ValAny(uint32_t{2147483647u}), 3, 2147483647.0, 2147483647}, {ValAny(1.5f), 6, 1.5, {}},
+        {ValAny(uint32_t{2147483648u}), 3, 2147483648.0, {}}, {ValAny(int64_t{2147483648LL}), 4, 2147483648.0, {}},
+        {ValAny(int64_t{INT32_MIN}), 4, INT32_MIN, INT32_MIN}, {ValAny(int64_t{INT32_MIN} - 1), 4, -2147483649.0, {}},
+        {ValAny(uint64_t{INT32_MAX}), 5, INT32_MAX, INT32_MAX}, {ValAny(uint64_t{0x80000000u}), 5, 2147483648.0, {}},
+        {ValAny(UINT64_MAX), 5, 1.8446744073709552e19, {}}, {ValAny(1.0), 7, 1.0, {}},
     };
     for (const auto& [v, tag, d, i] : rows) {
         EXPECT_EQ(v.GetTypeTag(), tag);
@@ -56,20 +51,17 @@ TEST(ValAnyTest, GetRangeRules)
     }
 }
 
+// Kinds and types are persisted as their numbers; text is borrowed: a copy holds the very same pointer.
 TEST(ValAnyTest, LayoutEnumsTextAndError)
 {
-    EXPECT_EQ(sizeof(ValAny), 16u);
-    EXPECT_EQ(std::vector<int>({core::eKeyframeTypeConstant, core::eKeyframeTypeLinear,
-                                core::eKeyframeTypeSmoothClamped, core::eKeyframeTypeSmooth,
-                                core::eKeyframeTypeSpline, core::eKeyframeTypeFlat,
-                                core::eKeyframeTypeFree, core::eKeyframeTypeNone}),
-              std::vector<int>({0, 1, 2, 3, 4, 5, 6, 7}));
-    EXPECT_EQ(std::vector<int>({core::eParameterTypeDouble, core::eParameterTypeInt,
-                                core::eParameterTypeBool, core::eParameterTypeString}),
-              std::vector<int>({0, 1, 2, 3}));
-    static_assert(std::is_base_of_v<std::logic_error, core::AnyBadAccess>);
-    EXPECT_STREQ(core::AnyBadAccess().what(), "ValAny Bad Access");
-    // Text is borrowed: a copy holds the very same pointer.
+    using namespace core;
+    static_assert(sizeof(ValAny) == 16);
+    static_assert(eKeyframeTypeConstant == 0 && eKeyframeTypeLinear == 1 && eKeyframeTypeSmoothClamped == 2 &&
+                  eKeyframeTypeSmooth == 3 && eKeyframeTypeSpline == 4 && eKeyframeTypeFlat == 5 &&
+                  eKeyframeTypeFree == 6 && eKeyframeTypeNone == 7 && eParameterTypeDouble == 0 &&
+                  eParameterTypeInt == 1 && eParameterTypeBool == 2 && eParameterTypeString == 3);
+    static_assert(std::is_base_of_v<std::logic_error, AnyBadAccess>);
+    EXPECT_STREQ(AnyBadAccess().what(), "ValAny Bad Access");
     const char* text = "curve";
     ValAny a(text), b(a), c;
     c = b;
@@ -87,13 +79,10 @@ TEST(ValAnyTest, ObjectOwnership)
         EXPECT_EQ(Counts(), std::make_pair(2, 1));
         EXPECT_EQ(b.GetTypeTag(), 300u);
         ValAny c(new Counted, ValAny::kObject);
-        EXPECT_EQ(Counts(), std::make_pair(3, 1));
         c = a;
         EXPECT_EQ(Counts(), std::make_pair(3, 2));
-        const core::ValAnyObject* held = a.GetObject();
         const ValAny& self = a;
         a = self;
-        EXPECT_EQ(a.GetObject(), held);
         EXPECT_EQ(Counts(), std::make_pair(3, 2));
     }
     EXPECT_EQ(Counts(), std::make_pair(0, 2));
@@ -105,33 +94,17 @@ TEST(ValAnyDeathTest, CopyingNonCopyableObjectDies)
     EXPECT_DEATH({ ValAny b(a); }, "Fatal check failed: \\(other\\.pobj->Copyable\\(\\)\\), function Copy");
 }
 
+// Defaults (int 0, kind none, zero slopes) and setters that each write their own field.
 TEST(TimeValuePairTest, ConstructorsAndSetters)
 {
     using core::TimeValuePair;
     EXPECT_EQ(FieldsOf(TimeValuePair()), Fields(0.0, 2, 0.0, 7, 0.0, 0.0));
-    EXPECT_EQ(FieldsOf(TimeValuePair(1.5, ValAny(2.5), core::eKeyframeTypeFlat)), Fields(1.5, 7, 2.5, 5, 0.0, 0.0));
-    TimeValuePair k(1.0, ValAny(2.0), core::eKeyframeTypeLinear, 3.0, 4.0);
-    EXPECT_EQ(FieldsOf(TimeValuePair(k)), Fields(1.0, 7, 2.0, 1, 3.0, 4.0));
-    // Each setter changes only its own field.
+    TimeValuePair k(1.5, ValAny(2.5), core::eKeyframeTypeFlat);
+    EXPECT_EQ(FieldsOf(k), Fields(1.5, 7, 2.5, 5, 0.0, 0.0));
     k.SetTime(5.0);
-    EXPECT_EQ(FieldsOf(k), Fields(5.0, 7, 2.0, 1, 3.0, 4.0));
     k.SetValue(ValAny(6));
-    EXPECT_EQ(FieldsOf(k), Fields(5.0, 2, 6.0, 1, 3.0, 4.0));
     k.SetInterpolation(core::eKeyframeTypeSpline);
-    EXPECT_EQ(FieldsOf(k), Fields(5.0, 2, 6.0, 4, 3.0, 4.0));
     k.SetLeftDerivative(7.0);
-    EXPECT_EQ(FieldsOf(k), Fields(5.0, 2, 6.0, 4, 7.0, 4.0));
     k.SetRightDerivative(8.0);
     EXPECT_EQ(FieldsOf(k), Fields(5.0, 2, 6.0, 4, 7.0, 8.0));
-}
-
-// Keys are ordered by time alone, so a set refuses a second key at an equal time.
-TEST(TimeValuePairTest, CompareTimeOrdersByTimeOnly)
-{
-    std::set<core::TimeValuePair, core::TimeValuePair_compare_time> keys;
-    EXPECT_TRUE(keys.insert({1.0, ValAny(10.0), core::eKeyframeTypeLinear}).second);
-    EXPECT_FALSE(keys.insert({1.0, ValAny(20.0), core::eKeyframeTypeFlat, 1.0, 1.0}).second);
-    EXPECT_TRUE(keys.insert({0.5, ValAny(30.0), core::eKeyframeTypeLinear}).second);
-    ASSERT_EQ(keys.size(), 2u);
-    EXPECT_EQ(FieldsOf(*keys.rbegin()), Fields(1.0, 7, 10.0, 1, 0.0, 0.0));
 }

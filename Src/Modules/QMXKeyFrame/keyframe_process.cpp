@@ -43,11 +43,20 @@ void interParams(const KeySet& keyFrames, const double* t, KeySet::const_iterato
 {
     QMX_CHECK(keyFrames.size() >= 1);
     QMX_CHECK(itup == keyFrames.end() || *t < itup->GetTime());
+    const auto startFrom = [&](KeySet::const_iterator key) {
+        *tStart = key->GetTime();
+        *vStart = key->GetValue();
+        *dStart = key->GetRightDerivative();
+        *kStart = key->GetInterpolation();
+    };
+    const auto endFrom = [&](KeySet::const_iterator key) {
+        *tEnd = key->GetTime();
+        *vEnd = key->GetValue();
+        *dEnd = key->GetLeftDerivative();
+        *kEnd = key->GetInterpolation();
+    };
     if (itup == keyFrames.begin()) {
-        *tEnd = itup->GetTime();
-        *vEnd = itup->GetValue();
-        *dEnd = itup->GetLeftDerivative();
-        *kEnd = itup->GetInterpolation();
+        endFrom(itup);
         *tStart = *tEnd - 1.0;
         *vStart = *vEnd;
         *dStart = 0.0;
@@ -55,11 +64,8 @@ void interParams(const KeySet& keyFrames, const double* t, KeySet::const_iterato
         return;
     }
     const KeySet::const_iterator itcur = std::prev(itup);
+    startFrom(itcur);
     if (itup == keyFrames.end()) {
-        *tStart = itcur->GetTime();
-        *vStart = itcur->GetValue();
-        *dStart = itcur->GetRightDerivative();
-        *kStart = itcur->GetInterpolation();
         *tEnd = *tStart + 1.0;
         *vEnd = *vStart;
         *dEnd = 0.0;
@@ -67,14 +73,7 @@ void interParams(const KeySet& keyFrames, const double* t, KeySet::const_iterato
         return;
     }
     QMX_CHECK(itcur->GetTime() <= *t);
-    *tStart = itcur->GetTime();
-    *vStart = itcur->GetValue();
-    *dStart = itcur->GetRightDerivative();
-    *kStart = itcur->GetInterpolation();
-    *tEnd = itup->GetTime();
-    *vEnd = itup->GetValue();
-    *dEnd = itup->GetLeftDerivative();
-    *kEnd = itup->GetInterpolation();
+    endFrom(itup);
 }
 
 // ---- construction and the component face ----
