@@ -463,9 +463,11 @@ void Parameter::SetPointValue(int index, ValAny value)
     default:
         break;
     }
-    if (!unchanged)
-        replaceKey(it, TimeValuePair(key.GetTime(), value, key.GetInterpolation(), key.GetLeftDerivative(),
-                                     key.GetRightDerivative()));
+    if (unchanged)
+        return;
+    TimeValuePair changed = key;
+    changed.SetValue(value);
+    replaceKey(it, changed);
 }
 
 void Parameter::SetPointTime(int index, double time)
@@ -473,8 +475,9 @@ void Parameter::SetPointTime(int index, double time)
     const iterator it = atIndex(index);
     if (it->GetTime() == time)
         return;
-    replaceKey(it, TimeValuePair(time, it->GetValue(), it->GetInterpolation(), it->GetLeftDerivative(),
-                                 it->GetRightDerivative()));
+    TimeValuePair moved = *it;
+    moved.SetTime(time);
+    replaceKey(it, moved);
 }
 
 void Parameter::SetPointInterpolationType(int index, KeyframeInterpolationType kind)
@@ -482,8 +485,9 @@ void Parameter::SetPointInterpolationType(int index, KeyframeInterpolationType k
     const iterator it = atIndex(index);
     if (it->GetInterpolation() == kind)
         return;
-    replaceKey(it, TimeValuePair(it->GetTime(), it->GetValue(), kind, it->GetLeftDerivative(),
-                                 it->GetRightDerivative()));
+    TimeValuePair retyped = *it;
+    retyped.SetInterpolation(kind);
+    replaceKey(it, retyped);
 }
 
 void Parameter::SetPointControlParam(int index, double left, double right)
@@ -497,7 +501,10 @@ TimeValuePair Parameter::setKeyFrameDerivativesInternal(double left, double righ
     iterator it = atIndex(index);
     QMX_CHECK(it != timeValueSets.end());
     if (!(it->GetLeftDerivative() == left && it->GetRightDerivative() == right)) {
-        it = addTimeValuePair(TimeValuePair(it->GetTime(), it->GetValue(), it->GetInterpolation(), left, right)).first;
+        TimeValuePair handSet = *it;
+        handSet.SetLeftDerivative(left);
+        handSet.SetRightDerivative(right);
+        it = addTimeValuePair(handSet).first;
         it = evaluateCurveChanged(eChangedReasonDerivatives, it);
     }
     if (outIndex != nullptr)
