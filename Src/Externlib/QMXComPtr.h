@@ -3,6 +3,7 @@
 // a throwing Release inside it terminates the process.
 #pragma once
 
+#include <memory>
 #include <utility>
 
 template <typename T>
@@ -27,7 +28,7 @@ public:
     QMXComPtr& operator=(T* p) noexcept { return Assign(p); }
     QMXComPtr& operator=(QMXComPtr&& other) noexcept
     {
-        if (this != &other) {
+        if (this != std::addressof(other)) {
             T* old = m_p;
             m_p = other.m_p;
             other.m_p = nullptr;

@@ -22,6 +22,8 @@ constexpr HRESULT E_NOINTERFACE = static_cast<HRESULT>(0x80000004u);
 constexpr HRESULT E_POINTER = static_cast<HRESULT>(0x80000005u);
 constexpr HRESULT CLASS_E_NOAGGREGATION = static_cast<HRESULT>(0x80040110u);
 constexpr HRESULT CLASS_E_CLASSNOTAVAILABLE = static_cast<HRESULT>(0x80040111u);
+// Unspecified failure; the host runtime's answer for, e.g., a missing property.
+constexpr HRESULT E_FAIL = static_cast<HRESULT>(0x80004005u);
 
 inline bool SUCCEEDED(HRESULT hr) { return hr >= 0; }
 inline bool FAILED(HRESULT hr) { return hr < 0; }

@@ -1,15 +1,180 @@
-// Object creation by class id. No module registers classes with the runtime
-// yet, so every class id is unknown.
+// Object creation by class id. The runtime learns which classes a module
+// serves from the module's g_Templates table, so it never asks a module's
+// DllGetClassObject for a class id the module does not list.
+#include <dlfcn.h>
+#include <link.h>
+
+#include <mutex>
+#include <string>
+#include <vector>
+
 #include "QMXCommon.h"
+#include "QMXModule.h"
+
+namespace {
+
+struct ServedClass {
+    _GUID clsid;
+    DllGetClassObjectFunction getClassObject;
+};
+
+// The entry points of one module, resolved through `handle`; empty when the
+// object is not a component module.
+struct ModuleTable {
+    const CFactoryTemplate* rows = nullptr;
+    const int* count = nullptr;
+    DllGetClassObjectFunction getClassObject = nullptr;
+};
+
+// Both symbols must come from the same loaded object: a handle's lookup also
+// searches the object's dependencies.
+bool SameObject(const void* a, const void* b)
+{
+    Dl_info first{}, second{};
+    return dladdr(a, &first) != 0 && dladdr(b, &second) != 0 && first.dli_fbase == second.dli_fbase;
+}
+
+ModuleTable ReadTable(void* handle)
+{
+    ModuleTable table;
+    void* rows = dlsym(handle, "g_Templates");
+    void* entry = dlsym(handle, "DllGetClassObject");
+    if (rows == nullptr || entry == nullptr || !SameObject(rows, entry))
+        return table;
+    table.rows = static_cast<const CFactoryTemplate*>(rows);
+    table.getClassObject = reinterpret_cast<DllGetClassObjectFunction>(entry);
+    void* count = dlsym(handle, "g_cTemplates");
+    if (count != nullptr && SameObject(rows, count))
+        table.count = static_cast<const int*>(count);
+    return table;
+}
+
+class Registry {
+public:
+    // The entry point serving `clsid`, looking through newly loaded objects
+    // when it is not known yet; null when no module serves it.
+    DllGetClassObjectFunction Find(const _GUID& clsid)
+    {
+        if (DllGetClassObjectFunction found = Lookup(clsid))
+            return found;
+        ScanLoadedObjects();
+        return Lookup(clsid);
+    }
+
+    // Registers the module behind `handle`, which the registry then keeps
+    // open. False (and the handle closed) when it is no component module.
+    bool Adopt(void* handle)
+    {
+        const ModuleTable table = ReadTable(handle);
+        if (table.rows == nullptr) {
+            dlclose(handle);
+            return false;
+        }
+        std::lock_guard<std::mutex> lock(m_mutex);
+        for (const CFactoryTemplate* known : m_tables) {
+            if (known == table.rows) {
+                dlclose(handle);  // already registered through another handle
+                return true;
+            }
+        }
+        m_tables.push_back(table.rows);
+        // Rows up to the first null class id; a module's count includes that
+        // terminating row, and no more rows than it counts are read.
+        const int limit = table.count != nullptr ? *table.count : 1 << 16;
+        for (int i = 0; i < limit && table.rows[i].m_pClsid != nullptr; ++i)
+            m_classes.push_back({*table.rows[i].m_pClsid, table.getClassObject});
+        return true;
+    }
+
+private:
+    DllGetClassObjectFunction Lookup(const _GUID& clsid)
+    {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        for (const ServedClass& served : m_classes) {
+            if (IsEqualGUID(served.clsid, clsid))
+                return served.getClassObject;
+        }
+        return nullptr;
+    }
+
+    // Visits every object loaded into the process, the program included. The
+    // loader's list is copied first: dlopen must not run inside its walk.
+    void ScanLoadedObjects()
+    {
+        std::vector<std::string> names;
+        dl_iterate_phdr(
+            [](dl_phdr_info* info, size_t, void* data) {
+                static_cast<std::vector<std::string>*>(data)->emplace_back(info->dlpi_name ? info->dlpi_name : "");
+                return 0;
+            },
+            &names);
+        for (const std::string& name : names) {
+            void* handle = dlopen(name.empty() ? nullptr : name.c_str(), RTLD_LAZY | RTLD_NOLOAD);
+            if (handle != nullptr)
+                Adopt(handle);
+        }
+    }
+
+    std::mutex m_mutex;
+    std::vector<const CFactoryTemplate*> m_tables;
+    std::vector<ServedClass> m_classes;
+};
+
+// Never destroyed: objects may be created while the process exits.
+Registry& TheRegistry()
+{
+    static Registry* registry = new Registry;
+    return *registry;
+}
+
+thread_local std::string t_lastModuleError;
+
+}  // namespace
+
+extern "C" void* QMXLoadModule(const char* path)
+{
+    if (path == nullptr) {
+        t_lastModuleError = "no module path given";
+        return nullptr;
+    }
+    void* handle = dlopen(path, RTLD_NOW | RTLD_LOCAL);
+    if (handle == nullptr) {
+        const char* reason = dlerror();
+        t_lastModuleError = reason != nullptr ? reason : std::string("cannot load ") + path;
+        return nullptr;
+    }
+    // A second handle stays with the registry, so the caller may close its own.
+    void* kept = dlopen(path, RTLD_NOW | RTLD_LOCAL);
+    if (kept == nullptr || !TheRegistry().Adopt(kept)) {
+        t_lastModuleError = std::string(path) + ": not a component module (no g_Templates and DllGetClassObject)";
+        dlclose(handle);
+        return nullptr;
+    }
+    return handle;
+}
+
+extern "C" const char* QMXLastModuleError()
+{
+    return t_lastModuleError.c_str();
+}
 
 namespace QMXCommon {
 
-HRESULT GetInterface(const _GUID& /*clsid*/, IUnknown* /*pOuter*/, unsigned int /*flags*/,
-                     const _GUID& /*iid*/, void** ppv)
+HRESULT GetInterface(const _GUID& clsid, IUnknown* pOuter, unsigned int /*flags*/, const _GUID& iid, void** ppv)
 {
-    if (ppv != nullptr)
-        *ppv = nullptr;
-    return CLASS_E_CLASSNOTAVAILABLE;
+    if (ppv == nullptr)
+        return E_POINTER;
+    *ppv = nullptr;
+    const DllGetClassObjectFunction getClassObject = TheRegistry().Find(clsid);
+    if (getClassObject == nullptr)
+        return CLASS_E_CLASSNOTAVAILABLE;
+    IClassFactory* factory = nullptr;
+    HRESULT hr = getClassObject(clsid, IID_IClassFactory, reinterpret_cast<void**>(&factory));
+    if (FAILED(hr))
+        return hr;
+    hr = factory->CreateInstance(pOuter, iid, ppv);
+    factory->Release();
+    return hr;
 }
 
 }  // namespace QMXCommon

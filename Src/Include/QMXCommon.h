@@ -20,11 +20,22 @@ QMX_EXPORT int32_t InterlockedIncrement(volatile int32_t* p);
 QMX_EXPORT int32_t InterlockedDecrement(volatile int32_t* p);
 }
 
+extern "C" {
+// Loads the component module at `path` (local scope) and registers the
+// classes its g_Templates lists. Returns the module's handle, for dlsym, or
+// null; QMXLastModuleError then tells why. Modules stay loaded.
+QMX_EXPORT void* QMXLoadModule(const char* path);
+// The reason of this thread's last failed QMXLoadModule.
+QMX_EXPORT const char* QMXLastModuleError();
+}
+
 namespace QMXCommon {
 
 // Creates an object of class `clsid` and stores the interface `iid` of it,
 // with one reference that the caller owns, in `*ppv`.
-// CLASS_E_CLASSNOTAVAILABLE for a class no loaded module serves.
+// CLASS_E_CLASSNOTAVAILABLE for a class no loaded module serves. Modules are
+// found among the objects loaded into the process (linked or dlopen'ed) and
+// those loaded with QMXLoadModule; `flags` is ignored.
 QMX_EXPORT HRESULT GetInterface(const _GUID& clsid, IUnknown* pOuter, unsigned int flags,
                                 const _GUID& iid, void** ppv);
 

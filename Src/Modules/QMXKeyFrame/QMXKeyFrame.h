@@ -1,0 +1,81 @@
+// CQMXKeyFrame: the keyframe track of a clip's transform. Six curves, one per
+// property key (0 angle, 1 position X, 2 position Y, 3 opacity, 4 scale X,
+// 5 scale Y), kept in lockstep and exchanged as whole KeyFrameParam records.
+// Curve 0 answers every question about key counts and times. One mutex per
+// track serialises every operation, including the calls into its curves.
+#pragma once
+
+#include <map>
+#include <mutex>
+#include <string>
+
+#include "IKeyFrame.h"
+#include "IQMXKeyFrame.h"
+#include "IQMXProperties.h"
+#include "QMXComPtr.h"
+#include "qmx_export.h"
+#include "scombase.h"
+
+// Property names of the six curves by property key; also their names in a
+// property bag.
+extern const wchar_t* const KEYFRAMENAME[6];
+
+// Creation function of the track class: one reference taken, 0 in *phr.
+QMX_EXPORT scombase::CUnknown* CreateKeyFrameInstance(IUnknown* pOuter, int* phr);
+
+class CQMXKeyFrame : scombase::CUnknown, public IQMXKeyFrame, public IQMXStorage {
+public:
+    // Creates the six curves (Init); exceptions pass to the caller.
+    explicit CQMXKeyFrame(IUnknown* pOuter);
+
+    // Answers IID_IQMXKeyFrame and IID_IQMXStorage, then IID_IUnknown.
+    HRESULT NonDelegatingQueryInterface(const _GUID& iid, void** ppv) override;
+
+    // IUnknown of both interfaces: forwarded to the owner.
+    HRESULT QueryInterface(const _GUID& iid, void** ppv) override;
+    uint32_t AddRef() override;
+    uint32_t Release() override;
+
+    // IQMXKeyFrame
+    int GetKeyFrameCount() override;
+    bool AddKeyFrame(KeyFrameParam& param, int& index) override;
+    bool AddKeyFrame(KeyFrameParam& param) override;
+    bool GetKeyFrame(int index, KeyFrameParam& param) override;
+    bool DeleteKeyFrame(int index) override;
+    bool SetKeyFrame(int index, const KeyFrameParam& param) override;
+    void CleanAllKeyFrame() override;
+    void CaculateKeyFrameIndex(int index, int nRate, int& nFrameIndex) override;
+    bool GetKeyFrameIndex(int nFrameIndex, int nRate, int& index) override;
+    bool ChangeKeyFramePosition(int index, double position) override;
+    void CaculateKeyFramePosition(int nFrameIndex, int nRate, double& position) override;
+    bool HasKeyFrame(int key) override;
+    core::ValAny GetKeyFrameValue(int key, double position) override;
+    bool GetKeyFrame(double position, KeyFrameParam& param) override;
+    int GetKeyFrameIndex(double position) override;
+    bool InKeyFrameRange(double position) override;
+
+    // IQMXStorage
+    HRESULT WriteTo(IQMXProperties* props) override;
+    HRESULT ReadFrom(IQMXProperties* props) override;
+
+    // (Re)creates all six curves empty, through the host's object creation.
+    void Init();
+
+private:
+    friend scombase::CUnknown* CreateKeyFrameInstance(IUnknown* pOuter, int* phr);
+
+    // Workers that run with m_mutex held and never take it.
+    void CaculateKeyFrameIndexInternal(int index, int nRate, int& nFrameIndex);
+    void SaveKeyFrameParam(IQMXProperties* props, int key, std::string& text);
+    void LoadKeyFrameParam(IQMXProperties* props, int key, std::string& text);
+    // The slot of curve `key`, inserting an empty one for a missing key.
+    QMXComPtr<core::IKeyFrame>& Slot(int key);
+    // Curve `key`, inserting an empty slot for a missing key; fatal when the
+    // slot holds no curve.
+    core::IKeyFrame& Curve(int key);
+    // Whether `index` names a key of curve 0; `count` receives the key count.
+    bool IndexInRange(int index, int& count);
+
+    std::map<int, QMXComPtr<core::IKeyFrame>> m_mapKeyFrame;
+    std::mutex m_mutex;
+};
