@@ -1,13 +1,15 @@
 # Set-up and test entry points. `make test` installs what is missing (as
 # root), builds the module, the host runtime and the tests, and runs every
-# test twice: in a plain build and under AddressSanitizer + UBSan.
+# test twice: in a plain build and under AddressSanitizer + UBSan, then runs
+# the concurrency tests under ThreadSanitizer.
 
 BUILD_DIR ?= build
 SANITIZE_DIR ?= build-sanitize
+TSAN_DIR ?= build-tsan
 BUILD_TYPE ?= RelWithDebInfo
 JOBS ?= 2
 
-.PHONY: all deps build test test-plain test-sanitized bench clean
+.PHONY: all deps build test test-plain test-sanitized test-tsan bench clean
 
 all: build
 
@@ -18,7 +20,7 @@ build: deps
 	cmake -S . -B $(BUILD_DIR) -G Ninja -DCMAKE_BUILD_TYPE=$(BUILD_TYPE)
 	cmake --build $(BUILD_DIR) -j $(JOBS)
 
-test: test-plain test-sanitized
+test: test-plain test-sanitized test-tsan
 
 test-plain: build
 	ctest --test-dir $(BUILD_DIR) --output-on-failure -j $(JOBS)
@@ -28,9 +30,15 @@ test-sanitized: deps
 	cmake --build $(SANITIZE_DIR) -j $(JOBS)
 	ctest --test-dir $(SANITIZE_DIR) --output-on-failure -j $(JOBS)
 
+test-tsan: deps
+	cmake -S . -B $(TSAN_DIR) -G Ninja -DCMAKE_BUILD_TYPE=$(BUILD_TYPE) -DQMX_TSAN=ON
+	cmake --build $(TSAN_DIR) -j $(JOBS) --target qmx_concurrency_tests
+	$(TSAN_DIR)/bin/qmx_concurrency_tests
+
 bench: build
 	$(BUILD_DIR)/bin/qmx_bench_interpolation
 	$(BUILD_DIR)/bin/qmx_bench_curve
+	$(BUILD_DIR)/bin/qmx_bench_track
 
 clean:
-	rm -rf $(BUILD_DIR) $(SANITIZE_DIR)
+	rm -rf $(BUILD_DIR) $(SANITIZE_DIR) $(TSAN_DIR)

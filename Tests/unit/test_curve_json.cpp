@@ -1,6 +1,9 @@
 // Curve JSON text: exact golden output, round trips, merging, failures, copying.
 #include <gtest/gtest.h>
 
+#include <cmath>
+#include <limits>
+#include <random>
 #include <string>
 #include <tuple>
 
@@ -109,4 +112,60 @@ TEST(CurveJson, CopyFromAndClear)
     EXPECT_EQ(src.Serialize(), dst.Serialize());
     dst.Clear();
     EXPECT_EQ(dst.Serialize(), "{\"MaxValue\":9,\"MinValue\":-5,\"ParamType\":1,\"nodes\":null}\n");
+}
+
+// The direct writer and the canonical reader against the JsonCpp document that
+// defines the text: same bytes for seeded random curves with awkward numbers,
+// and the same outcome (state, value kinds, or exception) for every text.
+TEST(CurveJson, DirectTextMatchesTheLibrary)
+{
+    const double inf = std::numeric_limits<double>::infinity();
+    const double awkward[] = {0.0, -0.0, 0.1, 1e21, 1e-7, 123456789012345678.0, 5e-324, 1.7976931348623157e308,
+                              -inf, std::nan(""), 2.5e-310, 1.0 / 3.0};
+    std::mt19937 rng(7);
+    std::uniform_int_distribution<int> pick(0, std::size(awkward) - 1), kind(0, 5);
+    std::vector<std::string> texts;
+    for (int type = 0; type < 4; ++type) {
+        Parameter c(nullptr);
+        Typed(c, type);
+        for (int k = 0; k < 40; ++k) {
+            const double number = k % 3 == 0 ? awkward[pick(rng)] : std::ldexp(double(rng()), -int(rng() % 60));
+            const V value = type == 0 ? V(number) : type == 1 ? V(int(rng())) : V(rng() % 2 == 0);
+            const double time = k % 5 == 0 ? awkward[pick(rng)] : number;  // NaN times break the ordering
+            c.AddPoint(std::isnan(time) ? -1.0 : time, value, KeyframeInterpolationType(kind(rng)));
+            c.SetPointControlParam(0, awkward[pick(rng)], number);
+        }
+        EXPECT_EQ(c.Serialize(), c.SerializeWithLibrary()) << type;
+        texts.push_back(c.Serialize());
+    }
+    for (const char* variant :
+         {"{\"MaxValue\":1,\"MinValue\":-0,\"ParamType\":0,\"nodes\":[[1,2,3,4,5]]}",
+          "{\"MaxValue\":1.0,\"MinValue\":-1.0,\"ParamType\":0,\"nodes\":[[5e-324,1e+9999,3,null,1.0]]}",
+          "{\"MaxValue\":1.0,\"MinValue\":-1.0,\"ParamType\":1,\"nodes\":[[1.0,2147483648,1,0.0,0.0]]}",
+          "{\"MaxValue\":true,\"MinValue\":1,\"ParamType\":2,\"nodes\":[[1.0,false,1,0.0,0.0]]} x",
+          "{\"MaxValue\":1.0,\"MinValue\":-1.0,\"ParamType\":0,\"nodes\":[[1.0,2.0,1,0.0,0.0] ]}\n",
+          "{\"MaxValue\":1.0,\"MinValue\":-1.0,\"ParamType\":0,\"nodes\":[[1.0,2.0,1,0.0]]}",
+          "{\"MaxValue\":1.0,\"MinValue\":-1.0,\"ParamType\":0,\"nodes\":[]}",
+          "{\"MaxValue\":01.5,\"MinValue\":-.5,\"ParamType\":0,\"nodes\":[[1E2,+2.0,1,0.0,0.0]]}"})
+        texts.push_back(variant);
+    for (const std::string& text : texts) {
+        Parameter direct(nullptr), library(nullptr);
+        for (Parameter* c : {&direct, &library})
+            c->AddPoint(1.0, V(9.0), eKeyframeTypeSmooth);  // merging: an existing key wins
+        std::string outcome[2];
+        int i = 0;
+        for (Parameter* c : {&direct, &library}) {
+            try {
+                c == &direct ? c->Desialize(text.c_str()) : c->DesializeWithLibrary(text.c_str());
+                V lo, hi;
+                c->GetValueRange(lo, hi);
+                outcome[i] = c->SerializeWithLibrary() + std::to_string(lo.GetTypeTag()) +
+                             std::to_string(c->GetPointValue(c->GetKeyFramesCount() - 1).GetTypeTag());
+            } catch (const std::exception& e) {
+                outcome[i] = std::string("threw ") + typeid(e).name();
+            }
+            ++i;
+        }
+        EXPECT_EQ(outcome[0], outcome[1]) << text;
+    }
 }

@@ -1,9 +1,19 @@
 // The curve's persisted text: one JSON object with "ParamType", the range
 // ("MinValue", "MaxValue") and "nodes" [time, value, kind, left, right],
-// written exactly as Json::FastWriter spells it.
+// spelled exactly as Json::FastWriter spells the document. The JsonCpp
+// document defines the text; the direct writer and the reader of that
+// canonical form only make long curves fast, and any other text goes through
+// Json::Reader.
 #include <json/json.h>
 
+#include <algorithm>
+#include <charconv>
+#include <cmath>
+#include <cstring>
+#include <limits>
+#include <string_view>
 #include <utility>
+#include <vector>
 
 #include "keyframe_process.h"
 
@@ -37,9 +47,219 @@ bool HasPersistedValues(ParameterTypeEnum type)
     return type == eParameterTypeDouble || type == eParameterTypeInt || type == eParameterTypeBool;
 }
 
+// ---- direct writer ----
+
+// A double as the library writes it: "%.17g", ".0" appended when neither a
+// point nor an exponent shows, and null / -1e+9999 / 1e+9999 when not finite.
+void AppendReal(std::string& out, double value)
+{
+    if (!std::isfinite(value)) {
+        out += std::isnan(value) ? "null" : value < 0 ? "-1e+9999" : "1e+9999";
+        return;
+    }
+    char buffer[40];
+    char* end = std::to_chars(buffer, buffer + sizeof buffer, value, std::chars_format::general, 17).ptr;
+    out.append(buffer, end);
+    if (std::find_if(buffer, end, [](char c) { return c == '.' || c == 'e'; }) == end)
+        out += ".0";
+}
+
+void AppendInt(std::string& out, int value)
+{
+    char buffer[16];
+    out.append(buffer, std::to_chars(buffer, buffer + sizeof buffer, value).ptr);
+}
+
+// Same kinds and same exceptions as ToJson.
+void AppendValue(std::string& out, const ValAny& value, ParameterTypeEnum type)
+{
+    switch (type) {
+    case eParameterTypeDouble: AppendReal(out, value.Get<double>()); break;
+    case eParameterTypeInt: AppendInt(out, value.Get<int>()); break;
+    case eParameterTypeBool: out += value.Get<bool>() ? "true" : "false"; break;
+    default: out += "null"; break;
+    }
+}
+
+// ---- reader of the canonical form ----
+
+// Reads exactly what the writer produces, for the types with persisted
+// values. Gives up (false) on anything else, including numbers whose meaning
+// under Json::Reader could differ (integers where reals are written, values
+// out of range, subnormals), so that the library decides those.
+class CanonicalReader {
+public:
+    explicit CanonicalReader(std::string_view text) : m_text(text), m_pos(0) {}
+
+    struct Node {
+        double time;
+        ValAny value;
+        int kind;
+        double left;
+        double right;
+    };
+
+    bool Read(ParameterTypeEnum& type, ValAny& minValue, ValAny& maxValue, std::vector<Node>& nodes)
+    {
+        // The range comes before the type in the text: keep its tokens.
+        const size_t maxStart = m_pos + std::strlen("{\"MaxValue\":");
+        if (!Literal("{\"MaxValue\":") || !SkipToken())
+            return false;
+        const size_t minStart = m_pos + std::strlen(",\"MinValue\":");
+        if (!Literal(",\"MinValue\":") || !SkipToken())
+            return false;
+        int typeNumber = 0;
+        if (!Literal(",\"ParamType\":") || !Int(typeNumber))
+            return false;
+        type = static_cast<ParameterTypeEnum>(typeNumber);
+        if (!HasPersistedValues(type))
+            return false;
+        const size_t afterType = m_pos;
+        m_pos = maxStart;
+        if (!Value(type, maxValue))
+            return false;
+        m_pos = minStart;
+        if (!Value(type, minValue))
+            return false;
+        m_pos = afterType;
+        if (!Literal(",\"nodes\":"))
+            return false;
+        if (Literal("null"))
+            return Finish();
+        if (!Literal("["))
+            return false;
+        do {
+            Node node;
+            if (!Literal("[") || !Real(node.time) || !Literal(",") || !Value(type, node.value) || !Literal(",") ||
+                !Int(node.kind) || !Literal(",") || !Real(node.left) || !Literal(",") || !Real(node.right) ||
+                !Literal("]"))
+                return false;
+            nodes.push_back(std::move(node));
+        } while (Literal(","));
+        return Literal("]") && Finish();
+    }
+
+private:
+    bool Literal(std::string_view word)
+    {
+        if (m_text.substr(m_pos, word.size()) != word)
+            return false;
+        m_pos += word.size();
+        return true;
+    }
+    bool Finish() { return Literal("}") && (m_pos == m_text.size() || m_text.substr(m_pos) == "\n"); }
+    // Skips a number or a boolean literal.
+    bool SkipToken()
+    {
+        const size_t start = m_pos;
+        while (m_pos < m_text.size() && std::strchr("+-.0123456789Eaeflrstu", m_text[m_pos]) != nullptr)
+            ++m_pos;
+        return m_pos > start;
+    }
+    std::string_view Token()
+    {
+        const size_t start = m_pos;
+        while (m_pos < m_text.size() && std::strchr("+-.0123456789Ee", m_text[m_pos]) != nullptr)
+            ++m_pos;
+        return m_text.substr(start, m_pos - start);
+    }
+    bool Int(int& out)
+    {
+        const std::string_view token = Token();
+        if (token.empty() || token.find_first_of(".eE+") != std::string_view::npos)
+            return false;
+        const auto [end, error] = std::from_chars(token.data(), token.data() + token.size(), out);
+        return error == std::errc() && end == token.data() + token.size();
+    }
+    // A real as the writer spells it: with a point or an exponent, finite,
+    // normal or zero.
+    bool Real(double& out)
+    {
+        const std::string_view token = Token();
+        if (token.find_first_of(".eE") == std::string_view::npos)
+            return false;
+        const auto [end, error] = std::from_chars(token.data(), token.data() + token.size(), out);
+        if (error != std::errc() || end != token.data() + token.size())
+            return false;
+        return out == 0.0 || std::fabs(out) >= std::numeric_limits<double>::min();
+    }
+    bool Value(ParameterTypeEnum type, ValAny& out)
+    {
+        switch (type) {
+        case eParameterTypeDouble: {
+            double number = 0.0;
+            if (!Real(number))
+                return false;
+            out = ValAny(number);
+            return true;
+        }
+        case eParameterTypeInt: {
+            int number = 0;
+            if (!Int(number))
+                return false;
+            out = ValAny(number);
+            return true;
+        }
+        default:
+            if (Literal("true"))
+                out = ValAny(true);
+            else if (Literal("false"))
+                out = ValAny(false);
+            else
+                return false;
+            return true;
+        }
+    }
+
+    std::string_view m_text;
+    size_t m_pos;
+};
+
 }  // namespace
 
 std::string Parameter::Serialize() const
+{
+    const bool withValues = HasPersistedValues(paramType);
+    std::string out;
+    out.reserve(64 + timeValueSets.size() * 96);
+    out += '{';
+    if (withValues) {
+        out += "\"MaxValue\":";
+        AppendValue(out, maxValue, paramType);
+        out += ",\"MinValue\":";
+        AppendValue(out, minValue, paramType);
+        out += ',';
+    }
+    out += "\"ParamType\":";
+    AppendInt(out, static_cast<int>(paramType));
+    out += ",\"nodes\":";
+    if (timeValueSets.empty())
+        out += "null";
+    char separator = '[';
+    for (const TimeValuePair& key : timeValueSets) {
+        out += separator;
+        separator = ',';
+        out += '[';
+        AppendReal(out, key.GetTime());
+        out += ',';
+        if (withValues) {
+            AppendValue(out, key.GetValue(), paramType);
+            out += ',';
+        }
+        AppendInt(out, static_cast<int>(key.GetInterpolation()));
+        out += ',';
+        AppendReal(out, key.GetLeftDerivative());
+        out += ',';
+        AppendReal(out, key.GetRightDerivative());
+        out += ']';
+    }
+    if (!timeValueSets.empty())
+        out += ']';
+    out += "}\n";
+    return out;
+}
+
+std::string Parameter::SerializeWithLibrary() const
 {
     Json::Value root;
     Json::Value nodes;
@@ -65,6 +285,28 @@ std::string Parameter::Serialize() const
 
 HRESULT Parameter::Desialize(const char* text)
 {
+    if (text == nullptr)
+        return 0;
+    ParameterTypeEnum type = eParameterTypeDouble;
+    ValAny low, high;
+    std::vector<CanonicalReader::Node> nodes;
+    if (!CanonicalReader(text).Read(type, low, high, nodes))
+        return DesializeWithLibrary(text);
+    paramType = type;
+    minValue = std::move(low);
+    maxValue = std::move(high);
+    // Keys are merged in as stored: an existing key at the same time wins,
+    // and no tangent is recomputed.
+    for (CanonicalReader::Node& node : nodes) {
+        timeValueSets.insert(TimeValuePair(node.time, std::move(node.value),
+                                           static_cast<KeyframeInterpolationType>(node.kind), node.left,
+                                           node.right));
+    }
+    return 0;
+}
+
+HRESULT Parameter::DesializeWithLibrary(const char* text)
+{
     Json::Value root;
     if (text == nullptr || !Json::Reader().parse(std::string(text), root, true))
         return 0;
@@ -73,8 +315,6 @@ HRESULT Parameter::Desialize(const char* text)
         return 0;  // no range and no keys are read for other types
     minValue = FromJson(root["MinValue"], paramType);
     maxValue = FromJson(root["MaxValue"], paramType);
-    // Keys are merged in as stored: an existing key at the same time wins,
-    // and no tangent is recomputed.
     for (const Json::Value& node : root["nodes"]) {
         const double time = node[0u].asDouble();
         const auto kind = static_cast<KeyframeInterpolationType>(node[2u].asInt());

@@ -95,6 +95,11 @@ public:
     void GetCubicCoeffs(double time, double& c0, double& c1, double& c2, double& c3) const;
     // Number of keys with t0 <= time <= t1.
     int GetNKeyFramesInRange(double t0, double t1) const;
+    // The same text as Serialize and the same reading as Desialize, through
+    // the JsonCpp document that defines the text (the slower reference path).
+    std::string SerializeWithLibrary() const;
+    HRESULT DesializeWithLibrary(const char* text);
+
     // Neighbour queries copy the chosen key and return true; false (and the
     // record untouched) when there is none.
     bool GetNextKeyframeTime(double time, TimeValuePair* out) const;      // first key after
