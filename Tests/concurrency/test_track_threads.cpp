@@ -1,1 +1,109 @@
+// Several threads on one track: edits, sampling and saving interleave under the track's lock, and the
+// six curves end in lockstep.
 #include <gtest/gtest.h>
+
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "IQMXKeyFrame.h"
+#include "QMXCommon.h"
+#include "QMXKeyFrameGuids.h"
+#include "QMXLogger.h"
+#include "QMXPropertyBag.h"
+#include "keyframe_process.h"
+
+namespace {
+
+constexpr int kIterations = 2000;
+const wchar_t* const kNames[6] = {L"KeyFrameAngle", L"KeyFramePositionX", L"KeyFramePositionY",
+                                  L"KeyFrameOpacity", L"KeyFrameScaleX", L"KeyFrameScaleY"};
+
+// The key times of curve `key` as saved in `bag`, read back through a curve of its own.
+std::vector<double> SavedTimes(IQMXProperties* bag, int key)
+{
+    int segments = 0;
+    EXPECT_EQ(bag->GetInt(kNames[key], &segments), S_OK);
+    std::string text;
+    for (int i = 0; i < segments; ++i) {
+        CQMXValue v;
+        bag->GetProperty((kNames[key] + (L"Segment_" + std::to_wstring(i))).c_str(), &v);
+        text += std::string(v.m_strValue.begin(), v.m_strValue.end());
+    }
+    core::Parameter curve(nullptr);
+    curve.Desialize(text.c_str());
+    std::vector<double> times;
+    for (int i = 0; i < curve.GetKeyFramesCount(); ++i)
+        times.push_back(curve.GetPointTime(i));
+    return times;
+}
+
+}  // namespace
+
+TEST(TrackThreads, EditsSamplingAndSavingKeepCurvesInLockstep)
+{
+    IQMXKeyFrame* t = nullptr;
+    IQMXStorage* s = nullptr;
+    ASSERT_EQ(QMXCommon::GetInterface(CLSID_QMXKeyFrame, nullptr, 0, IID_IQMXKeyFrame,
+                                      reinterpret_cast<void**>(&t)), S_OK);
+    ASSERT_EQ(t->QueryInterface(IID_IQMXStorage, reinterpret_cast<void**>(&s)), S_OK);
+    IQMXLogger* previous = QMXSetDefaultLogger(nullptr);  // stale indexes are expected: no reports
+    std::vector<std::thread> threads;
+    for (int id = 0; id < 2; ++id)
+        threads.emplace_back([t, id] {  // editors, each at times of its own
+            // Every record holds v, v+1, ..., v+5 (angle, position X and Y, scale X and Y, opacity):
+            // interpolation keeps these offsets, so a sample mixing curves mid-edit would show.
+            for (int i = 0; i < kIterations; ++i) {
+                const double time = 100.0 * id + i % 20, v = i;
+                KeyFrameParam p = {time, v, v + 1, v + 2, v + 3, v + 4, v + 5};
+                int index = -1;
+                t->AddKeyFrame(p, index);
+                p.dPosition = time + 0.5;
+                t->SetKeyFrame(index, p);  // the index may be stale by now
+                t->ChangeKeyFramePosition(t->GetKeyFrameIndex(time + 0.5), time + 0.25);
+                if (i % 3 == 0)
+                    t->DeleteKeyFrame(t->GetKeyFrameIndex(100.0 * id + i * 7 % 20 + 0.25));
+            }
+        });
+    threads.emplace_back([t] {  // sampler
+        for (int i = 0; i < kIterations; ++i) {
+            KeyFrameParam p{};
+            const double at = i % 160 * 0.8;
+            if (t->GetKeyFrame(at, p)) {
+                EXPECT_EQ(p.dPosition, at);
+                EXPECT_NEAR(p.dOpacity - p.dAngle, 5.0, 1e-6) << at;
+                EXPECT_NEAR(p.dScaleY - p.dPositionX, 3.0, 1e-6) << at;
+            }
+            EXPECT_GE(t->GetKeyFrameCount(), 0);
+            t->InKeyFrameRange(at);
+            t->HasKeyFrame(i % 6);
+        }
+    });
+    threads.emplace_back([s] {  // saver
+        IQMXProperties* bag = QMXCreateMemoryProperties();
+        for (int i = 0; i < kIterations / 4; ++i)
+            EXPECT_EQ(s->WriteTo(bag), S_OK);
+        bag->Release();
+    });
+    for (std::thread& thread : threads)
+        thread.join();
+    QMXSetDefaultLogger(previous);
+
+    // Same key count and times on all six saved curves, matching the track's keys, each a whole record.
+    IQMXProperties* bag = QMXCreateMemoryProperties();
+    EXPECT_EQ(s->WriteTo(bag), S_OK);
+    const std::vector<double> times = SavedTimes(bag, 0);
+    EXPECT_GT(times.size(), 0u);
+    ASSERT_EQ(static_cast<int>(times.size()), t->GetKeyFrameCount());
+    for (int key = 1; key < 6; ++key)
+        EXPECT_EQ(SavedTimes(bag, key), times) << "curve " << key;
+    for (int i = 0; i < t->GetKeyFrameCount(); ++i) {
+        KeyFrameParam p{};
+        EXPECT_TRUE(t->GetKeyFrame(i, p));
+        EXPECT_EQ(p.dPosition, times[i]);
+        EXPECT_TRUE(p.dOpacity == p.dAngle + 5 && p.dScaleY == p.dPositionX + 3) << "key " << i;
+    }
+    EXPECT_EQ(bag->Release(), 0u);
+    EXPECT_EQ(s->Release(), 1u);
+    EXPECT_EQ(t->Release(), 0u);
+}
