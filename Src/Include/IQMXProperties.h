@@ -34,7 +34,10 @@ public:
         return *this;
     }
     // Compares the texts only; the types are not compared.
-    virtual bool operator==(const CQMXValue& other) const { return m_strValue == other.m_strValue; }  // slot 3
+    virtual bool operator==(const CQMXValue& other) const  // slot 3
+    {
+        return m_strValue == other.m_strValue;
+    }
 
     // Drops the reference an interface-typed value holds.
     void ReleaseUnknownInterface()
@@ -51,13 +54,15 @@ public:
 private:
     static constexpr const wchar_t* kUnknownType = L"CQMXPtr<IUnknown>";
 
+    // Allocates nothing: it runs in the destructor, which must not throw.
     bool IsUnknownTypeIgnoringCase() const
     {
-        const std::wstring expected = kUnknownType;
-        if (m_strType.size() != expected.size())
+        const size_t length = std::char_traits<wchar_t>::length(kUnknownType);
+        if (m_strType.size() != length)
             return false;
-        for (size_t i = 0; i < expected.size(); ++i) {
-            if (std::towlower(static_cast<wint_t>(m_strType[i])) != std::towlower(static_cast<wint_t>(expected[i])))
+        for (size_t i = 0; i < length; ++i) {
+            const wint_t have = std::towlower(static_cast<wint_t>(m_strType[i]));
+            if (have != std::towlower(static_cast<wint_t>(kUnknownType[i])))
                 return false;
         }
         return true;

@@ -135,10 +135,19 @@ IKeyFrame& CQMXKeyFrame::Curve(int key)
     return *curve;
 }
 
-bool CQMXKeyFrame::IndexInRange(int index, int& count)
+bool CQMXKeyFrame::CheckIndex(int index, const wchar_t* format, int line)
 {
-    count = Curve(0).GetKeyFramesCount();
-    return index >= 0 && index < count;
+    const int count = Curve(0).GetKeyFramesCount();
+    if (index >= 0 && index < count)
+        return true;
+    ReportOutOfRange(format, index, count, line);
+    return false;
+}
+
+void CQMXKeyFrame::AddToAllCurves(const KeyFrameParam& param)
+{
+    for (int key : kValueOrder)
+        Curve(key).AddPoint(param.dPosition, ValAny(param.*kFieldOfKey[key]), core::eKeyframeTypeLinear);
 }
 
 // ---- keyframes ----
@@ -152,8 +161,7 @@ int CQMXKeyFrame::GetKeyFrameCount()
 bool CQMXKeyFrame::AddKeyFrame(KeyFrameParam& param, int& index)
 {
     std::lock_guard<std::mutex> lock(m_mutex);
-    for (int key : kValueOrder)
-        Curve(key).AddPoint(param.dPosition, ValAny(param.*kFieldOfKey[key]), core::eKeyframeTypeLinear);
+    AddToAllCurves(param);
     index = Curve(0).getTimeValuePairIndex(param.dPosition);
     return true;
 }
@@ -161,20 +169,15 @@ bool CQMXKeyFrame::AddKeyFrame(KeyFrameParam& param, int& index)
 bool CQMXKeyFrame::AddKeyFrame(KeyFrameParam& param)
 {
     std::lock_guard<std::mutex> lock(m_mutex);
-    for (int key : kValueOrder)
-        Curve(key).AddPoint(param.dPosition, ValAny(param.*kFieldOfKey[key]), core::eKeyframeTypeLinear);
+    AddToAllCurves(param);
     return true;
 }
 
 bool CQMXKeyFrame::GetKeyFrame(int index, KeyFrameParam& param)
 {
     std::lock_guard<std::mutex> lock(m_mutex);
-    int count = 0;
-    if (!IndexInRange(index, count)) {
-        ReportOutOfRange(L"GetKeyFrame index is out of range! index:%d, count:%d  [%ls, %d]", index, count,
-                         __LINE__);
+    if (!CheckIndex(index, L"GetKeyFrame index is out of range! index:%d, count:%d  [%ls, %d]", __LINE__))
         return false;
-    }
     param.dPosition = Curve(0).GetPointTime(index);
     for (int key : kValueOrder)
         param.*kFieldOfKey[key] = Curve(key).GetPointValue(index).Get<double>();
@@ -184,12 +187,8 @@ bool CQMXKeyFrame::GetKeyFrame(int index, KeyFrameParam& param)
 bool CQMXKeyFrame::DeleteKeyFrame(int index)
 {
     std::lock_guard<std::mutex> lock(m_mutex);
-    int count = 0;
-    if (!IndexInRange(index, count)) {
-        ReportOutOfRange(L"DeleteKeyFrame index is out of range! index:%d, count:%d  [%ls, %d]", index, count,
-                         __LINE__);
+    if (!CheckIndex(index, L"DeleteKeyFrame index is out of range! index:%d, count:%d  [%ls, %d]", __LINE__))
         return false;
-    }
     for (int key = 0; key < kCurveCount; ++key)
         Curve(key).RemovePoint(index);
     return true;
@@ -198,12 +197,8 @@ bool CQMXKeyFrame::DeleteKeyFrame(int index)
 bool CQMXKeyFrame::SetKeyFrame(int index, const KeyFrameParam& param)
 {
     std::lock_guard<std::mutex> lock(m_mutex);
-    int count = 0;
-    if (!IndexInRange(index, count)) {
-        ReportOutOfRange(L"SetKeyFrame index is out of range! index:%d, count:%d  [%ls, %d]", index, count,
-                         __LINE__);
+    if (!CheckIndex(index, L"SetKeyFrame index is out of range! index:%d, count:%d  [%ls, %d]", __LINE__))
         return false;
-    }
     // Every value is written before any key moves.
     for (int key : kValueOrder)
         Curve(key).SetPointValue(index, ValAny(param.*kFieldOfKey[key]));
@@ -222,12 +217,9 @@ void CQMXKeyFrame::CleanAllKeyFrame()
 bool CQMXKeyFrame::ChangeKeyFramePosition(int index, double position)
 {
     std::lock_guard<std::mutex> lock(m_mutex);
-    int count = 0;
-    if (!IndexInRange(index, count)) {
-        ReportOutOfRange(L"ChangeKeyFramePosition index is out of range! index:%d, count:%d  [%ls, %d]", index,
-                         count, __LINE__);
+    if (!CheckIndex(index, L"ChangeKeyFramePosition index is out of range! index:%d, count:%d  [%ls, %d]",
+                    __LINE__))
         return false;
-    }
     for (int key : kValueOrder)
         Curve(key).SetPointTime(index, position);
     return true;
@@ -313,7 +305,8 @@ bool CQMXKeyFrame::GetKeyFrameIndex(int nFrameIndex, int nRate, int& index)
 // Touches no curve, so it takes no lock.
 void CQMXKeyFrame::CaculateKeyFramePosition(int nFrameIndex, int nRate, double& position)
 {
-    const std::pair<int64_t, int64_t> rational = QMXCommon::KeyFrame::CaculateKeyFramePosition(nFrameIndex, nRate);
+    const std::pair<int64_t, int64_t> rational =
+        QMXCommon::KeyFrame::CaculateKeyFramePosition(nFrameIndex, nRate);
     position = static_cast<double>(rational.first) / static_cast<double>(rational.second);
 }
 

@@ -73,8 +73,11 @@ private:
     // Curve `key`, inserting an empty slot for a missing key; fatal when the
     // slot holds no curve.
     core::IKeyFrame& Curve(int key);
-    // Whether `index` names a key of curve 0; `count` receives the key count.
-    bool IndexInRange(int index, int& count);
+    // Whether `index` names a key of curve 0; when not, reports it through
+    // the host's logger with `format` and the reporting statement's `line`.
+    bool CheckIndex(int index, const wchar_t* format, int line);
+    // Adds a linear key from `param` to every curve, in value order.
+    void AddToAllCurves(const KeyFrameParam& param);
 
     std::map<int, QMXComPtr<core::IKeyFrame>> m_mapKeyFrame;
     std::mutex m_mutex;
