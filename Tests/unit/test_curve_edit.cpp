@@ -1,13 +1,10 @@
 // Curve editing: tangent maintenance after each edit, indexes and collisions, value equality by type.
 #include <gtest/gtest.h>
 
-#include <cstdint>
 #include <iterator>
 #include <memory>
-#include <stdexcept>
 #include <string>
 #include <tuple>
-#include <utility>
 #include <vector>
 
 #include "keyframe_process.h"
@@ -23,7 +20,8 @@ constexpr KeyframeInterpolationType kConst = eKeyframeTypeConstant, kLin = eKeyf
 std::unique_ptr<Parameter> Load(const std::string& nodes)
 {
     auto p = std::make_unique<Parameter>(nullptr);
-    p->Desialize(("{\"ParamType\":0,\"MinValue\":-100.0,\"MaxValue\":100.0,\"nodes\":" + nodes + "}").c_str());
+    p->Desialize(("{\"ParamType\":0,\"MinValue\":-100.0,\"MaxValue\":100.0,\"nodes\":" + nodes + "}")
+                     .c_str());
     return p;
 }
 
@@ -38,13 +36,13 @@ void ExpectTangents(const Parameter& p, const Tans& want)
     }
 }
 
-// Linear keys at times 0, 1, 2 with values 0, 1, 3 and stale tangents 9.
 const char* kJ3 = "[[0,0,1,9,9],[1,1,1,9,9],[2,3,1,9,9]]";
 const char* kBump5 = "[[0,0,1,9,9],[1,4,1,9,9],[2,0,1,9,9],[3,0,1,9,9],[4,0,1,9,9]]";
 const char* kSmooth3 = "[[0,0,1,9,9],[1,10,3,9,9],[2,4,1,9,9]]";
 const char* kRefreshCheck =
-    "Fatal check failed: \\(key != timeValueSets\\.end\\(\\) && key->GetInterpolation\\(\\) != eKeyframeTypeNone "
-    "&&key->GetInterpolation\\(\\) != eKeyframeTypeFree\\), function refreshDerivatives, file .*keyframe_process";
+    "Fatal check failed: \\(key != timeValueSets\\.end\\(\\) && "
+    "key->GetInterpolation\\(\\) != eKeyframeTypeNone &&key->GetInterpolation\\(\\) != eKeyframeTypeFree\\), "
+    "function refreshDerivatives, file .*keyframe_process";
 
 }  // namespace
 
@@ -52,41 +50,37 @@ const char* kRefreshCheck =
 // neighbours with its fresh tangents; other keys keep theirs. End keys act as linear neighbours.
 TEST(CurveEditTest, TangentsAfterEdits)
 {
-    struct Row { const char* nodes; void (*edit)(Parameter&); Tans want; };
+    using P = Parameter;
+    struct Row { const char* nodes; void (*edit)(P&); Tans want; };
     const std::vector<Row> rows = {
-        // chords 1/1 and (2-1)/2; at the ends the missing side is 0
-        {"[[0,0,1,9,9],[3,2,1,9,9]]", [](Parameter& p) { p.AddPoint(1, 1.0, kLin); }, {{0, 1}, {1, 0.5}, {0.5, 0}}},
-        // flat ends are passed as linear: chords 1 and 3 (a flat prev would give 1.5*1)
-        {"[[0,0,5,9,9],[2,4,5,9,9]]", [](Parameter& p) { p.AddPoint(1, 1.0, kLin); }, {{0, 0}, {1, 3}, {0, 0}}},
-        // no next key (none): L=2-0 mirrored to R; key0 sees the last key as linear: R=2
-        {"[[0,0,1,9,9]]", [](Parameter& p) { p.AddPoint(1, 2.0, kSmooth); }, {{0, 2}, {2, 2}}},
-        // S=2/3, key0 R=1.5-0.5*2/3=7/6, key2 L=(3-0.5*4/3-1.5)/2=5/12; then key2 L=(7.5-2/3-1.5)/2=8/3 with
-        // key1's old slope, key1 S=5/3, key0 (two away) keeps 7/6
-        {"[[0,0,1,9,9],[1,1,1,9,9],[3,2,1,9,9]]", [](Parameter& p) { p.SetPointInterpolationType(1, kSmooth);
+        // end keys: the missing side is 0; flat ends count as linear neighbours (chords 1 and 3)
+        {"[[0,0,1,9,9],[3,2,1,9,9]]", [](P& p) { p.AddPoint(1, 1.0, kLin); }, {{0, 1}, {1, 0.5}, {0.5, 0}}},
+        {"[[0,0,5,9,9],[2,4,5,9,9]]", [](P& p) { p.AddPoint(1, 1.0, kLin); }, {{0, 0}, {1, 3}, {0, 0}}},
+        {"[[0,0,1,9,9]]", [](P& p) { p.AddPoint(1, 2.0, kSmooth); }, {{0, 2}, {2, 2}}},  // L mirrored to R
+        // the second edit uses key1's old slope for key2; key0, two away, keeps 7/6
+        {"[[0,0,1,9,9],[1,1,1,9,9],[3,2,1,9,9]]", [](P& p) { p.SetPointInterpolationType(1, kSmooth);
             p.SetPointValue(2, 5.0); }, {{0, 7.0 / 6}, {5.0 / 3, 5.0 / 3}, {8.0 / 3, 0}}},
-        // the old neighbours (t 0 and 2) keep their tangents; around 3.5 the chords are 4/0.5
-        {kBump5, [](Parameter& p) { p.SetPointTime(1, 3.5); }, {{9, 9}, {9, 9}, {0, 8}, {8, -8}, {-8, 0}}},
-        // moved onto t=20, replacing that key: (10,2), (20,1) with chord -1/10
-        {"[[0,1,1,9,9],[10,2,1,9,9],[20,3,1,9,9]]", [](Parameter& p) { p.SetPointTime(0, 20); }, {{0, -0.1}, {-0.1, 0}}},
-        // hand-set tangents feed the neighbours: key0 R=15-0.5*1=14.5, key2 L=6-0.5*3-15=-10.5
-        {kSmooth3, [](Parameter& p) { p.SetPointControlParam(1, 1, 3); }, {{0, 14.5}, {1, 3}, {-10.5, 0}}},
-        // ...and are lost when a neighbour changes: key0 R=15-0.75-0.5*1, key1 S=(4-0.5)/2
-        {kSmooth3, [](Parameter& p) { p.SetPointControlParam(1, 1, 3); p.SetPointValue(0, 0.5); },
+        // moving a key: the old neighbours keep their tangents; onto t=20 it replaces that key
+        {kBump5, [](P& p) { p.SetPointTime(1, 3.5); }, {{9, 9}, {9, 9}, {0, 8}, {8, -8}, {-8, 0}}},
+        {"[[0,1,1,9,9],[10,2,1,9,9],[20,3,1,9,9]]", [](P& p) { p.SetPointTime(0, 20); },
+            {{0, -0.1}, {-0.1, 0}}},
+        // hand-set tangents feed the neighbours, and are lost when a neighbour changes
+        {kSmooth3, [](P& p) { p.SetPointControlParam(1, 1, 3); }, {{0, 14.5}, {1, 3}, {-10.5, 0}}},
+        {kSmooth3, [](P& p) { p.SetPointControlParam(1, 1, 3); p.SetPointValue(0, 0.5); },
             {{0, 13.75}, {1.75, 1.75}, {-10.5, 0}}},
-        // equal tangents change nothing; new ones (no index wanted) refresh only the neighbours
-        {kJ3, [](Parameter& p) { p.SetPointControlParam(1, 9, 9); }, {{9, 9}, {9, 9}, {9, 9}}},
-        {kJ3, [](Parameter& p) { p.setKeyFrameDerivativesInternal(6, 6.5, 1, nullptr); }, {{0, 1}, {6, 6.5}, {2, 0}}},
-        // the same time or kind changes nothing
-        {"[[0,0,1,7,8]]", [](Parameter& p) { p.SetPointTime(0, 0.0); p.SetPointInterpolationType(0, kLin); }, {{7, 8}}},
-        // a neighbour of kind none is skipped: key1 chords 4 and -2
-        {"[[0,1,7,4,4],[1,2,1,9,9],[2,3,1,9,9]]", [](Parameter& p) { p.SetPointValue(1, 5.0); }, {{4, 4}, {4, -2}, {-2, 0}}},
-        // -1 and indexes past the count are ignored
-        {kJ3, [](Parameter& p) { p.RemovePoint(-1); p.RemovePoint(-5); p.RemovePoint(4); }, {{9, 9}, {9, 9}, {9, 9}}},
-        // removing the first of more than two keys also refreshes the last key (wrap-around)
-        {kJ3, [](Parameter& p) { p.RemovePoint(0); }, {{0, 2}, {2, 0}}},
-        {"[[0,0,1,9,9],[1,1,1,9,9],[2,3,1,9,9],[3,6,1,9,9]]", [](Parameter& p) { p.RemovePoint(1); },
+        // equal tangents, time or kind change nothing; new ones (no index wanted) refresh only the neighbours
+        {kJ3, [](P& p) { p.SetPointControlParam(1, 9, 9); }, {{9, 9}, {9, 9}, {9, 9}}},
+        {kJ3, [](P& p) { p.setKeyFrameDerivativesInternal(6, 6.5, 1, nullptr); }, {{0, 1}, {6, 6.5}, {2, 0}}},
+        {"[[0,0,1,7,8]]", [](P& p) { p.SetPointTime(0, 0); p.SetPointInterpolationType(0, kLin); }, {{7, 8}}},
+        // a neighbour of kind none is skipped
+        {"[[0,1,7,4,4],[1,2,1,9,9],[2,3,1,9,9]]", [](P& p) { p.SetPointValue(1, 5.0); },
+            {{4, 4}, {4, -2}, {-2, 0}}},
+        // removal: bad indexes ignored; removing the first of more than two keys also refreshes the last
+        {kJ3, [](P& p) { p.RemovePoint(-1); p.RemovePoint(-5); p.RemovePoint(4); }, {{9, 9}, {9, 9}, {9, 9}}},
+        {kJ3, [](P& p) { p.RemovePoint(0); }, {{0, 2}, {2, 0}}},
+        {"[[0,0,1,9,9],[1,1,1,9,9],[2,3,1,9,9],[3,6,1,9,9]]", [](P& p) { p.RemovePoint(1); },
             {{0, 1.5}, {1.5, 3}, {9, 9}}},
-        {"[[0,0,1,9,9],[1,1,1,9,9]]", [](Parameter& p) { p.RemovePoint(0); }, {{0, 0}}},  // two keys: no wrap-around
+        {"[[0,0,1,9,9],[1,1,1,9,9]]", [](P& p) { p.RemovePoint(0); }, {{0, 0}}},
     };
     for (const Row& row : rows) {
         SCOPED_TRACE(testing::Message() << "row " << &row - rows.data());
@@ -100,18 +94,17 @@ TEST(CurveEditTest, TangentsAfterEdits)
 TEST(CurveEditTest, IndexesCollisionsAndForcedKinds)
 {
     Parameter p(nullptr);
-    // The index of the new key; at an equal time it replaces the old one (value and kind).
-    const std::vector<int> indexes{p.AddPoint(10, 1.0, kLin), p.AddPoint(0, 2.0, kLin), p.AddPoint(5, 3.0, kLin),
-                                   p.AddPoint(5, 4.0, kSmooth)};
+    const std::vector<int> indexes{p.AddPoint(10, 1.0, kLin), p.AddPoint(0, 2.0, kLin),
+                                   p.AddPoint(5, 3.0, kLin), p.AddPoint(5, 4.0, kSmooth)};
     EXPECT_EQ(indexes, std::vector<int>({0, 0, 1, 1}));
-    EXPECT_EQ(std::make_tuple(p.GetKeyFramesCount(), p.GetPointValue(1).Get<double>(), p.GetInterpolationType(1)),
-              std::make_tuple(3, 4.0, kSmooth));
+    EXPECT_EQ(std::make_tuple(p.GetKeyFramesCount(), p.GetPointValue(1).Get<double>(),
+                              p.GetInterpolationType(1)), std::make_tuple(3, 4.0, kSmooth));
     EXPECT_FALSE(p.addTimeValuePair(TimeValuePair(10, 7.0, kFree, 3, 4)).second);
     EXPECT_TRUE(p.addTimeValuePair(TimeValuePair(20, 7.0, kLin, 3, 4)).second);
     EXPECT_EQ(p.GetInterpolationType(2), kFree);
     EXPECT_THROW(p.RemovePoint(4), std::out_of_range);
     EXPECT_EQ(p.GetKeyFramesCount(), 4);
-    Parameter c(0.0, ValAny(), kLin, eParameterTypeBool);  // no key; adding forces constant keys (see also JSON)
+    Parameter c(0.0, ValAny(), kLin, eParameterTypeBool);  // no key; adding forces constant keys
     c.AddPointWithoutIndex(1, true, kFree);  // refreshing a free key would stop the program
     EXPECT_EQ(c.GetInterpolationType(0), kConst);
     c.SetPointInterpolationType(0, kSmooth);  // only adding forces the kind
@@ -128,7 +121,8 @@ TEST(CurveEditTest, SetPointValueEqualityByType)
     struct Row { ParameterTypeEnum type; ValAny stored, value; Outcome outcome; };
     const std::vector<Row> rows = {
         {D, 5.0, 5, kKeeps}, {D, 5, 5.0f, kKeeps}, {D, 5.0, 5.5, kReplaces}, {D, 5.0, "5", kReplaces},
-        {D, "x", 2.0, kThrows}, {I, 5, low5, kKeeps}, {I, 5, uint32_t{5}, kKeeps}, {I, 5, low5 + 1, kReplaces},
+        {D, "x", 2.0, kThrows}, {I, 5, low5, kKeeps}, {I, 5, uint32_t{5}, kKeeps},
+        {I, 5, low5 + 1, kReplaces},
         {I, 5, 5.0, kReplaces}, {I, low5, 2, kThrows}, {B, true, true, kKeeps}, {B, true, 1, kReplaces},
         {B, 1, 2.0, kThrows}, {eParameterTypeString, "a", 3.0, kKeeps}};
     for (const Row& r : rows) {
@@ -140,7 +134,8 @@ TEST(CurveEditTest, SetPointValueEqualityByType)
             EXPECT_THROW(p.SetPointValue(0, r.value), AnyBadAccess);
         else
             p.SetPointValue(0, r.value);
-        EXPECT_EQ(p.GetPointValue(0).GetTypeTag(), (r.outcome == kReplaces ? r.value : r.stored).GetTypeTag());
+        const ValAny& kept = r.outcome == kReplaces ? r.value : r.stored;
+        EXPECT_EQ(p.GetPointValue(0).GetTypeTag(), kept.GetTypeTag());
         ExpectTangents(p, {r.outcome == kReplaces ? std::pair(0.0, 0.0) : std::pair(7.0, 8.0)});
     }
 }

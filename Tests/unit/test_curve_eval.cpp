@@ -29,11 +29,12 @@ void OneKey(Parameter& c, double time, double v, KeyframeInterpolationType k, do
     c.SetPointControlParam(0, left, right);
 }
 
-// The tag and the value: booleans as 0/1, text as its first character (0 when empty), numbers as themselves.
+// The tag and the value: booleans as 0/1, text as its first character, numbers as themselves.
 std::pair<uint32_t, double> Num(const V& v)
 {
     const uint32_t tag = v.GetTypeTag();
-    return {tag, tag == V::kText ? v.Get<const char*>()[0] : tag == V::kBool ? v.Get<bool>() : v.Get<double>()};
+    return {tag, tag == V::kText ? v.Get<const char*>()[0]
+                 : tag == V::kBool ? v.Get<bool>() : v.Get<double>()};
 }
 
 }  // namespace
@@ -55,21 +56,24 @@ TEST(CurveEval, EmptyCurve)
     }
 }
 
-// One key at 0 with value 0 and slope s on both sides gives the line s*t; it is
-// clamped (types 0 and 1 only, unless the range is the exact sentinel), then
-// converted by type. An empty range keeps the default.
-TEST(CurveEval, ConversionAndClampByType)
+// One key at 0 with value 0 and slope s gives the line s*t; it is clamped (types 0 and 1 only,
+// unless the range is the exact sentinel), then converted by type. An empty range keeps the default.
+// One key at 2 with value 5 (kind, left, right slopes): a line with the left slope before it and the
+// right one after it; a constant key stays flat after itself.
+TEST(CurveEval, ConversionClampAndPhantomKeys)
 {
-    constexpr V::Tag kD = V::kDouble, kI = V::kInt32, kB = V::kBool, kThrows = V::kEmpty;
+    constexpr V::Tag kD = V::kDouble, kI = V::kInt32, kB = V::kBool, kX = V::kEmpty;  // kX: throws
     const V kMax(DBL_MAX), kMin(-DBL_MAX);
     const struct { int type; double slope, t; bool clamp; V lo, hi; V::Tag tag; double want; } cases[] = {
-        {0, 150, 1, false, {}, {}, kD, 150}, {0, 150, 1, true, {}, {}, kD, 100}, {0, 150, -1, true, {}, {}, kD, -100},
-        {0, 50, 1, true, {}, {}, kD, 50}, {0, 150, 1, true, kMin, kMax, kD, 150},
+        {0, 150, 1, false, {}, {}, kD, 150}, {0, 150, 1, true, {}, {}, kD, 100},
+        {0, 50, 1, true, {}, {}, kD, 50}, {0, 150, -1, true, {}, {}, kD, -100},
+        {0, 150, 1, true, kMin, kMax, kD, 150},
         // the exact sentinel on one side only clamps; an inverted range: the top is tested first
         {0, 150, 1, true, kMin, V(120.0), kD, 120}, {0, 150, 1, true, V(400.0), V(10.0), kD, 10},
-        {1, 2.9, 1, false, {}, {}, kI, 2}, {1, -2.9, 1, false, {}, {}, kI, -2}, {1, 2.9, 1, true, {}, {}, kThrows, 0},
-        {1, 2.9, 1, true, V(INT_MIN), V(INT_MAX), kThrows, 0}, {1, 2.9, 1, true, V(-2147483647), V(2147483647), kI, 2},
-        {2, 0.25, 1, true, {}, {}, kB, 1}, {2, -0.25, 1, false, {}, {}, kB, 1}, {2, 0.25, 0, true, true, true, kB, 0},
+        {1, 2.9, 1, false, {}, {}, kI, 2}, {1, -2.9, 1, false, {}, {}, kI, -2},
+        {1, 2.9, 1, true, {}, {}, kX, 0}, {1, 2.9, 1, true, V(INT_MIN), V(INT_MAX), kX, 0},
+        {1, 2.9, 1, true, V(-2147483647), V(2147483647), kI, 2}, {2, 0.25, 1, true, {}, {}, kB, 1},
+        {2, -0.25, 1, false, {}, {}, kB, 1}, {2, 0.25, 0, true, true, true, kB, 0},
         {3, 150, 1, true, {}, {}, kD, 150}, {7, 150, -1, true, {}, {}, kD, -150}};
     for (const auto& k : cases) {
         Parameter c(nullptr);
@@ -77,48 +81,40 @@ TEST(CurveEval, ConversionAndClampByType)
         c.SetParameterType(static_cast<ParameterTypeEnum>(k.type));
         if (k.lo.GetTypeTag() != V::kEmpty)
             c.SetValueRange(k.lo, k.hi);
-        if (k.tag == kThrows)
+        if (k.tag == kX)
             EXPECT_THROW(c.GetValue(k.t, k.clamp), AnyBadAccess) << &k - cases;
         else
             EXPECT_EQ(Num(c.GetValue(k.t, k.clamp)), std::make_pair(+k.tag, k.want)) << &k - cases;
     }
-}
-
-// One key at 2 with value 5: a line with the left slope before it and the right
-// slope after it, the key's value at it; a constant key stays flat after itself.
-TEST(CurveEval, PhantomKeysBeyondTheEnds)
-{
-    const struct { KeyframeInterpolationType kind; double left, right, t, want; } cases[] = {
+    const struct { KeyframeInterpolationType kind; double left, right, t, want; } phantoms[] = {
         {kLin, 0, 2, 3, 7}, {kLin, 0, 2, 1, 5}, {kLin, 2, 0, -100, -199}, {kLin, 2, 0, 1e6, 5},
         {kConst, 2, 2, 3, 5}, {kConst, 2, 2, 1, 3}, {kLin, 2, 2, 2, 5}};
-    for (const auto& k : cases) {
+    for (const auto& k : phantoms) {
         Parameter c(nullptr);
         OneKey(c, 2.0, 5.0, k.kind, k.left, k.right);
-        EXPECT_EQ(c.GetValue(k.t, false).Get<double>(), k.want) << k.kind << " " << k.left << k.right << " t=" << k.t;
+        EXPECT_EQ(c.GetValue(k.t, false).Get<double>(), k.want) << "phantom row " << &k - phantoms;
     }
 }
 
-// Each segment's power-basis cubic in s matches the evaluated curve (exactly at
-// its start key), the phantom segments one time unit beyond the ends included.
+// Each segment's power-basis cubic in s matches the evaluated curve (exactly at its start key),
+// the phantom segments one time unit beyond the ends included.
 TEST(CurveEval, KeysAndCubicCoefficients)
 {
     Parameter c(nullptr);
-    const double times[] = {0, 3, 7}, values[] = {1.0, -4.0, 2.5};
-    const KeyframeInterpolationType kinds[] = {eKeyframeTypeSmooth, eKeyframeTypeSpline, kConst};
-    for (int i = 0; i < 3; ++i)
-        c.AddPoint(times[i], V(values[i]), kinds[i]);
+    c.AddPoint(0, V(1.0), eKeyframeTypeSmooth);
+    c.AddPoint(3, V(-4.0), eKeyframeTypeSpline);
+    c.AddPoint(7, V(2.5), kConst);
     c.SetPointControlParam(0, 1.5, -2.0);  // a non-zero slope into the segment before 0
-    const double starts[] = {-1, 0, 3, 7}, ends[] = {0, 3, 7, 8};
+    const double starts[] = {-1, 0, 3, 7, 8};
     for (int seg = 0; seg < 4; ++seg) {
+        const double t0 = starts[seg], len = starts[seg + 1] - t0;
         double c0, c1, c2, c3;
-        c.GetCubicCoeffs(0.5 * (starts[seg] + ends[seg]), c0, c1, c2, c3);
+        c.GetCubicCoeffs(t0 + 0.5 * len, c0, c1, c2, c3);
         for (double s : {0.0, 0.25, 0.5, 0.75})
-            EXPECT_NEAR(c0 + c1 * s + c2 * s * s + c3 * s * s * s,
-                        c.GetValue(starts[seg] + s * (ends[seg] - starts[seg]), false).Get<double>(), s ? 1e-12 : 0)
-                << "segment " << seg << " s " << s;
+            EXPECT_NEAR(c0 + s * (c1 + s * (c2 + s * c3)), c.GetValue(t0 + s * len, false).Get<double>(),
+                        s ? 1e-12 : 0) << "segment " << seg << " s " << s;
     }
-    // No key lies after NaN: it evaluates the flat segment from the last (constant) key.
-    EXPECT_EQ(c.GetValue(kNaN, false).Get<double>(), 2.5);
+    EXPECT_EQ(c.GetValue(kNaN, false).Get<double>(), 2.5);  // no key after NaN: flat from the last key
 }
 
 TEST(CurveEvalDeathTest, CubicCoefficientsOfEmptyCurve)
@@ -129,9 +125,8 @@ TEST(CurveEvalDeathTest, CubicCoefficientsOfEmptyCurve)
                  R"(Fatal check failed: \(keyFrames\.size\(\) >= 1\), function interParams)");
 }
 
-// Keys at 0, 10, 20 holding 1, 2, 3: index accessors, neighbour queries (nearest
-// is the first key at or after t, else the last), range counts and exact lookup.
-// NaN behaves as a walk over the keys with exact comparisons would.
+// Keys at 0, 10, 20 holding 1, 2, 3: index accessors, neighbour queries (nearest is the first key at
+// or after t, else the last), range counts and exact lookup. NaN acts as in a walk with exact compares.
 TEST(CurveEval, IndexAndTimeLookups)
 {
     Parameter c(nullptr);
@@ -171,14 +166,15 @@ TEST(CurveEval, IndexAndTimeLookups)
         EXPECT_EQ(c.getTimeValuePairIndex(k[0]), k[1]) << k[0];
 }
 
-// Types 0-3 reset the range to their defaults (empty text for 3; int and bool ones show in the
-// golden JSON texts), other types keep it; keys are never touched.
+// Types 0-3 reset the range to their defaults (empty text for 3), other types keep it; keys are
+// never touched.
 TEST(CurveEval, ParameterTypeResetsRange)
 {
     Parameter c(nullptr);
     OneKey(c, 1.0, 150.0, kLin, 0.5, -0.5);
     const struct { int type; V::Tag tag; double lo, hi; } cases[] = {
-        {1, V::kInt32, -100, 100}, {7, V::kInt32, -100, 100}, {0, V::kDouble, -100, 100}, {3, V::kText, 0, 0}};
+        {1, V::kInt32, -100, 100}, {7, V::kInt32, -100, 100}, {0, V::kDouble, -100, 100},
+        {3, V::kText, 0, 0}};
     for (const auto& k : cases) {
         c.SetParameterType(static_cast<ParameterTypeEnum>(k.type));
         V lo, hi;
@@ -189,6 +185,5 @@ TEST(CurveEval, ParameterTypeResetsRange)
     }
     double l, r;
     c.GetPointControlParam(0, l, r);
-    EXPECT_EQ(Num(c.GetPointValue(0)), std::make_pair(+V::kDouble, 150.0));
-    EXPECT_EQ(std::make_pair(l, r), std::make_pair(0.5, -0.5));
+    EXPECT_EQ(std::make_tuple(Num(c.GetPointValue(0)), l, r), std::make_tuple(Num(V(150.0)), 0.5, -0.5));
 }

@@ -26,7 +26,8 @@ Parameter& Typed(Parameter& c, int type)
 // a range end or key value the type cannot write throws.
 TEST(CurveJson, GoldenTextsAndUnwritableValues)
 {
-    Parameter fresh(nullptr), i(nullptr), b(nullptr), s(nullptr), d(nullptr), badRange(nullptr), badKey(nullptr);
+    Parameter fresh(nullptr), i(nullptr), b(nullptr), s(nullptr), d(nullptr), badRange(nullptr),
+        badKey(nullptr);
     Typed(i, 1).AddPoint(1.0, V(5), eKeyframeTypeSmooth);
     Typed(b, 2).AddPoint(2.0, V(false), eKeyframeTypeLinear);  // kinds forced to constant
     b.AddPoint(0.0, V(true), eKeyframeTypeSmooth);
@@ -40,14 +41,16 @@ TEST(CurveJson, GoldenTextsAndUnwritableValues)
         {&b, "{\"MaxValue\":true,\"MinValue\":false,\"ParamType\":2,"
              "\"nodes\":[[0.0,true,0,0.0,-0.5],[2.0,false,0,-0.5,0.0]]}\n"},
         {&s, "{\"ParamType\":3,\"nodes\":[[1.0,0,0.0,0.0]]}\n"},
-        {&d, "{\"MaxValue\":2048.75,\"MinValue\":-2.5,\"ParamType\":0,\"nodes\":[[-3.0,0.25,1,-1.5,8.0]]}\n"}};
+        {&d, "{\"MaxValue\":2048.75,\"MinValue\":-2.5,\"ParamType\":0,"
+             "\"nodes\":[[-3.0,0.25,1,-1.5,8.0]]}\n"}};
     for (const auto& k : cases)
         EXPECT_EQ(k.curve->Serialize(), k.text);
     Parameter back(nullptr);  // type-3 keys are not read back; the (double) range stays
     back.Desialize(s.Serialize().c_str());
     V lo, hi;
     back.GetValueRange(lo, hi);
-    EXPECT_EQ(std::make_tuple(back.GetParameterType(), back.GetKeyFramesCount(), lo.Get<double>(), hi.Get<double>()),
+    EXPECT_EQ(std::make_tuple(back.GetParameterType(), back.GetKeyFramesCount(), lo.Get<double>(),
+                              hi.Get<double>()),
               std::make_tuple(eParameterTypeString, 0, -100.0, 100.0));
     Typed(badRange, 2).SetValueRange(V(0), V(true));
     Typed(badKey, 1).AddPoint(0.0, V(int64_t{1} << 40), eKeyframeTypeLinear);
@@ -67,7 +70,8 @@ TEST(CurveJson, RoundTrips)
     for (int type = 0; type < 3; ++type) {
         Parameter src(nullptr), dst(nullptr);
         for (int k = 0; k < 3; ++k)
-            Typed(src, type).AddPoint(4.0 * k, values[type][k], k == 1 ? eKeyframeTypeSpline : eKeyframeTypeSmooth);
+            Typed(src, type).AddPoint(4.0 * k, values[type][k], k == 1 ? eKeyframeTypeSpline
+                                                                       : eKeyframeTypeSmooth);
         src.Desialize(loaded[type]);
         ASSERT_EQ(src.GetInterpolationType(3), eKeyframeTypeFree) << type;
         const std::string text = src.Serialize();
@@ -104,7 +108,8 @@ TEST(CurveJson, ReadingDefaultsMergingAndBadText)
 TEST(CurveJson, CopyFromAndClear)
 {
     Parameter src(nullptr), dst(nullptr);
-    src.Desialize("{\"ParamType\":1,\"MinValue\":-5,\"MaxValue\":9,\"nodes\":[[1.0,2,6,0.5,-0.5],[3.0,4,7,1.0,2.0]]}");
+    src.Desialize("{\"ParamType\":1,\"MinValue\":-5,\"MaxValue\":9,"
+                  "\"nodes\":[[1.0,2,6,0.5,-0.5],[3.0,4,7,1.0,2.0]]}");
     Typed(dst, 2).AddPoint(8.0, V(true), eKeyframeTypeConstant);
     EXPECT_TRUE(dst.CopyFrom(&src));
     EXPECT_EQ(dst.Serialize(), src.Serialize());

@@ -14,21 +14,17 @@
 
 using namespace QMXCommon;
 
-// The standard identifiers byte for byte; no class is served by id yet.
-TEST(HostTest, IdentifiersAndGetInterface)
+// The standard identifiers byte for byte; no class is served by id yet. Counts return the new value;
+// concurrent increments and decrements balance out.
+TEST(HostTest, IdentifiersGetInterfaceAndCounts)
 {
     uint8_t bytes[16] = {0, 0, 0, 0, 0, 0, 0, 0, 0xC0, 0, 0, 0, 0, 0, 0, 0x46};
     EXPECT_EQ(std::memcmp(&IID_IUnknown, bytes, 16), 0);
     bytes[0] = 1;
     EXPECT_EQ(std::memcmp(&IID_IClassFactory, bytes, 16), 0);
     void* p = &p;
-    EXPECT_EQ(GetInterface(IID_IClassFactory, nullptr, 0, IID_IUnknown, &p), static_cast<HRESULT>(0x80040111u));
+    EXPECT_EQ(GetInterface(IID_IClassFactory, nullptr, 0, IID_IUnknown, &p), HRESULT(0x80040111u));
     EXPECT_EQ(p, nullptr);
-}
-
-// Returns the new value; concurrent increments and decrements balance out.
-TEST(HostTest, InterlockedCounts)
-{
     volatile int32_t n = -1;
     EXPECT_EQ(InterlockedIncrement(&n), 0);
     EXPECT_EQ(InterlockedDecrement(&n), -1);
@@ -63,33 +59,28 @@ TEST(LoggerTest, DefaultLoggerAndSwapping)
 }
 
 // ASCII converts one to one both ways and longer forms decode to single units; malformed input
-// becomes U+FFFD; bad arguments give -1 and write nothing.
-TEST(ConvertTest, RoundTripsInvalidInputAndArguments)
+// becomes U+FFFD; bad arguments give -1 and write nothing. Short buffers: cut at a character
+// boundary, terminated, and the sentinels past the end untouched.
+TEST(ConvertTest, RoundTripsInvalidInputArgumentsAndTruncation)
 {
     const char ascii[] = "\x01 09AZaz~\x7F";  // the ends and the letter and digit ranges
+    const char full[] = "\xC3\x84\xE2\x82\xAC\xF0\x9F\x98\x80";  // 2-, 3- and 4-byte forms
     wchar_t wide[200];
     char back[200], narrow[8] = "keep";
     ASSERT_EQ(Char2WChar(ascii, wide, 200), 10);
     EXPECT_EQ(std::wstring(wide), L"\x01 09AZaz~\x7F");
     EXPECT_EQ(WChar2Char(wide, back, 200), 10);
     EXPECT_STREQ(back, ascii);
-    EXPECT_EQ(Char2WChar("\xC3\x84\xE2\x82\xAC\xF0\x9F\x98\x80", wide, 200), 3);  // 2-, 3- and 4-byte forms
+    EXPECT_EQ(Char2WChar(full, wide, 200), 3);
     EXPECT_STREQ(wide, L"Ä€😀");
     EXPECT_EQ(Char2WChar("a\xFFz", wide, 8), 3);
     EXPECT_STREQ(wide, L"a\xFFFDz");
-    for (int len : {0, -3}) {
-        EXPECT_EQ(Char2WChar("a", wide, len), -1);
-        EXPECT_EQ(WChar2Char(L"a", narrow, len), -1);
-    }
-    EXPECT_EQ(std::make_pair(Char2WChar(nullptr, wide, 8), Char2WChar("a", nullptr, 8)), std::make_pair(-1, -1));
-    EXPECT_EQ(std::make_pair(WChar2Char(nullptr, narrow, 8), WChar2Char(L"a", nullptr, 8)), std::make_pair(-1, -1));
+    const std::pair<int, int> kBad(-1, -1);
+    for (int len : {0, -3})
+        EXPECT_EQ(std::make_pair(Char2WChar("a", wide, len), WChar2Char(L"a", narrow, len)), kBad) << len;
+    EXPECT_EQ(std::make_pair(Char2WChar(nullptr, wide, 8), Char2WChar("a", nullptr, 8)), kBad);
+    EXPECT_EQ(std::make_pair(WChar2Char(nullptr, narrow, 8), WChar2Char(L"a", nullptr, 8)), kBad);
     EXPECT_STREQ(narrow, "keep");
-}
-
-// Short buffers: cut at a character boundary, terminated, and the sentinels past the end untouched.
-TEST(ConvertTest, TruncationStaysInsideBuffer)
-{
-    const char full[] = "\xC3\x84\xE2\x82\xAC\xF0\x9F\x98\x80";
     for (int len = 1; len <= 11; ++len) {
         char buf[16];
         std::memset(buf, 0x7F, sizeof buf);
@@ -111,11 +102,12 @@ TEST(FrameTest, PositionRoundTripAndRounding)
         for (int f : {0, 1, -1, 2, 23, 24, 25, 59, 1001, -12345, 1 << 24, INT_MAX, INT_MIN}) {
             const auto [num, den] = KeyFrame::CaculateKeyFramePosition(f, rate);
             EXPECT_EQ(std::make_pair(num, den), std::make_pair(int64_t{f}, int64_t{rate > 0 ? rate : 1}));
-            EXPECT_EQ(KeyFrame::CaculateKeyFrameIndex(double(num) / double(den), rate), f) << f << " @ " << rate;
+            EXPECT_EQ(KeyFrame::CaculateKeyFrameIndex(double(num) / den, rate), f) << f << "@" << rate;
         }
     const struct { double position; int rate; int frame; } rows[] = {
         {0.25, 2, 1}, {-0.25, 2, -1}, {0.24, 2, 0}, {0.36, 10, 4}, {0.3, 24, 7}, {5.0, 0, 5}, {5.4, -30, 5},
-        {3e6, 1000, INT_MAX}, {-1e10, 1, INT_MIN}, {INFINITY, 24, INT_MAX}, {-INFINITY, 24, INT_MIN}, {NAN, 24, 0}};
+        {3e6, 1000, INT_MAX}, {-1e10, 1, INT_MIN}, {INFINITY, 24, INT_MAX}, {-INFINITY, 24, INT_MIN},
+        {NAN, 24, 0}};
     for (const auto& r : rows)
-        EXPECT_EQ(KeyFrame::CaculateKeyFrameIndex(r.position, r.rate), r.frame) << r.position << " @ " << r.rate;
+        EXPECT_EQ(KeyFrame::CaculateKeyFrameIndex(r.position, r.rate), r.frame) << &r - rows;
 }

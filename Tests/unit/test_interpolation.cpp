@@ -22,8 +22,7 @@ constexpr auto C = eKeyframeTypeConstant, L = eKeyframeTypeLinear, S = eKeyframe
 TEST(InterpSegment, WorkedValues)
 {
     EXPECT_EQ(cubicIntegrate(1, 2, 3, 4, 2), 30.0);
-    // Zero coefficients contribute exactly 0.0 even when their power of t is NaN.
-    EXPECT_EQ(cubicEval(2.5, 0, 0, 0, kNaN), 2.5);
+    EXPECT_EQ(cubicEval(2.5, 0, 0, 0, kNaN), 2.5);  // zero coefficients give 0.0 even for a NaN power
     EXPECT_EQ(cubicIntegrate(0, 0, 0, 0, kNaN), 0.0);
     double c[4];  // Hermite data (p0, m0, m1, p1) -> c0..c3
     hermiteToCubicCoeffs(1, 2, 3, 4, &c[0], &c[1], &c[2], &c[3]);
@@ -37,7 +36,7 @@ TEST(InterpSegment, WorkedValues)
     EXPECT_EQ(integrate(-1, 0, 0, 1, 0, 1, -3, 0, N, L), -1.5);  // before the first key: 1+t on [-3,0]
     EXPECT_EQ(integrate(0, 0, 0, 0, 1, 0, 0, kInf, L, N), 0.0);  // zero coefficients, infinite time
     // interpolate(tcur, vcur, dRight, dLeft, tnext, vnext, time, interp, interpNext)
-    const struct { double tcur, vcur, dr, dl, tnext, vnext, time; KeyframeInterpolationType a, b; double want; }
+    const struct { double tcur, vcur, dr, dl, tnext, vnext, time; decltype(L) a, b; double want; }
         cases[] = {
         // chord slopes: straight line between the keys; smoothstep midpoint; the cubic continues beyond
         {0, 1, 2, 2, 4, 9, 1, L, L, 3}, {0, 0, 0, 0, 1, 1, 0.5, S, S, 0.5}, {0, 0, 0, 0, 1, 1, 2, S, S, -4},
@@ -48,7 +47,8 @@ TEST(InterpSegment, WorkedValues)
         // before the first key: vnext + dLeft*D*(time-tnext); no neighbours: the line through the only key
         {3, 0, 0, 2, 5, 3, 2, N, L, -9}, {4, 0, 0, 2, 5, 3, 7, N, N, 7}};
     for (const auto& k : cases)
-        EXPECT_EQ(interpolate(k.tcur, k.vcur, k.dr, k.dl, k.tnext, k.vnext, k.time, k.a, k.b), k.want) << &k - cases;
+        EXPECT_EQ(interpolate(k.tcur, k.vcur, k.dr, k.dl, k.tnext, k.vnext, k.time, k.a, k.b), k.want)
+            << &k - cases;
     // Holders read as numbers: booleans 1/0, numeric kinds converted, anything else 0.
     const struct { ValAny v; double want; } holders[] = {
         {ValAny(true), 1}, {ValAny(false), 0}, {ValAny(), 0}, {ValAny("7"), 0}, {ValAny(int32_t{-3}), -3},
@@ -59,7 +59,7 @@ TEST(InterpSegment, WorkedValues)
     }
 }
 
-// Seeded random smooth segments: end values, area against Simpson, additivity.
+// Seeded random smooth segments: end values, area against Simpson (exact for cubics), additivity.
 TEST(InterpSegment, RandomSegmentIdentities)
 {
     std::mt19937 rng(20240611);
@@ -68,15 +68,14 @@ TEST(InterpSegment, RandomSegmentIdentities)
         const double t0 = u(rng), t1 = t0 + len(rng), v0 = u(rng), v1 = u(rng), d0 = u(rng), d1 = u(rng);
         const auto f = [&](double t) { return interpolate(t0, v0, d0, d1, t1, v1, t, S, S); };
         const auto area = [&](double x, double y) { return integrate(t0, v0, d0, d1, t1, v1, x, y, S, S); };
+        // scale bounds every Hermite term; k=8 allows a few roundings (seen <2)
         const double scale = std::fabs(v0) + std::fabs(v1) + (std::fabs(d0) + std::fabs(d1)) * (t1 - t0);
         EXPECT_EQ(f(t0), v0);
-        // Scale bounds every Hermite term; k=8: a few roundings forming and summing them (seen <2).
         EXPECT_NEAR(f(t1), v1, 8 * DBL_EPSILON * scale);
         const double h = (t1 - t0) / 64, a = t0 + 0.2 * (t1 - t0), b = t0 + 0.7 * (t1 - t0);
         double simpson = f(t0) + f(t1);
         for (int j = 1; j < 64; ++j)
             simpson += (j % 2 ? 4 : 2) * f(t0 + j * h);
-        // Simpson is exact for cubics, so only rounding remains; k=16 over scale*length (seen <1).
         const double tol = 16 * DBL_EPSILON * scale * (t1 - t0);
         EXPECT_NEAR(area(t0, t1), simpson * h / 3, tol);
         EXPECT_NEAR(area(t0, t1), area(t0, a) + area(a, b) + area(b, t1), tol);  // additive

@@ -33,8 +33,7 @@ TEST(SolveCubic, RootsCountAndOrder)
         for (int i = 0; i < 3; ++i)  // roots of unit size: a few ulps
             EXPECT_NEAR(r[i], i < n ? k.want[i] : 99.0, i < n ? 4 * DBL_EPSILON : 0.0) << "entry " << i;
     }
-    // Leading 2e-9 is above the tolerance: x^3 + 5x^2 - 5 (scaled) has three roots.
-    double r[3];
+    double r[3];  // leading 2e-9 is above the tolerance: x^3 + 5x^2 - 5 (scaled) has three roots
     ASSERT_EQ(solveCubic(-1e-8, 0, 1e-8, 2e-9, r), 3);
     for (double x : r)
         EXPECT_NEAR(cubicEval(-5, 0, 5, 1, x), 0.0, 1e-12);  // well-conditioned roots of size <= 5
@@ -51,10 +50,10 @@ TEST(SolveCubic, RootsSatisfyCubic)
         const int n = solveCubic(c[0], c[1], c[2], c[3], r);
         ASSERT_GE(n, 1);  // an odd-degree real polynomial has a real root
         for (int j = 0; j < n; ++j) {
-            const double x = std::fabs(r[j]);  // scale: sum of |c_d| |x|^d
+            // scale: sum of |c_d| |x|^d; cbrt/acos lose digits near double roots: k=1e4 (seen ~1.2e3)
+            const double x = std::fabs(r[j]);
             const double scale =
                 std::fabs(c[0]) + x * (std::fabs(c[1]) + x * (std::fabs(c[2]) + x * std::fabs(c[3])));
-            // cbrt/acos of cancelling terms lose digits near double roots; k=1e4 (seen ~1.2e3).
             EXPECT_NEAR(cubicEval(c[0], c[1], c[2], c[3], r[j]), 0.0, 1e4 * DBL_EPSILON * scale)
                 << "case " << i << " root " << j;
         }
@@ -75,12 +74,10 @@ TEST(Solve, WorkedValues)
     for (const auto& k : cases)  // exact or a few ulps of a unit root
         EXPECT_NEAR(solve(k.tcur, k.vcur, k.dr, k.dl, k.tnext, k.vnext, k.value, k.a, k.a), k.want,
                     4 * DBL_EPSILON) << "vcur=" << k.vcur << " value=" << k.value << " kind " << k.a;
-    // Smooth segment (0,1)-(2,3) with slopes 0.5 and 1.5: p0=1, m0=1, m1=3, c2=6-2-3=1,
-    // so the result must satisfy x + (1/2)/2 x^2 + (1/3) x^3 = value (for 40, far beyond the segment).
+    // Smooth segment (0,1)-(2,3) with slopes 0.5 and 1.5: x + x^2/4 + x^3/3 = value, even far beyond it.
     for (double value : {-3.0, 0.1, 1.7, 40.0}) {
         const double x = solve(0, 1, 0.5, 1.5, 2, 3, value, S, S);
         const double scale = std::fabs(value) + std::fabs(x) + 0.25 * x * x + std::fabs(x * x * x) / 3;
-        // Four rounded terms bounded by scale; k=16 (seen <4).
         EXPECT_NEAR(x + 0.25 * x * x + x * x * x / 3, value, 16 * DBL_EPSILON * scale) << value;
     }
 }

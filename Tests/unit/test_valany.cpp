@@ -37,17 +37,18 @@ TEST(ValAnyTest, GetRangeRules)
     const struct { ValAny v; uint32_t tag; std::optional<double> d; std::optional<int> i; } rows[] = {
         {ValAny(), 0, {}, {}}, {ValAny(true), 1, {}, {}}, {ValAny(-3), 2, -3.0, -3}, {ValAny("x"), 8, {}, {}},
         {ValAny(uint32_t{2147483647u}), 3, 2147483647.0, 2147483647}, {ValAny(1.5f), 6, 1.5, {}},
-        {ValAny(uint32_t{2147483648u}), 3, 2147483648.0, {}}, {ValAny(int64_t{2147483648LL}), 4, 2147483648.0, {}},
-        {ValAny(int64_t{INT32_MIN}), 4, INT32_MIN, INT32_MIN}, {ValAny(int64_t{INT32_MIN} - 1), 4, -2147483649.0, {}},
-        {ValAny(uint64_t{INT32_MAX}), 5, INT32_MAX, INT32_MAX}, {ValAny(uint64_t{0x80000000u}), 5, 2147483648.0, {}},
+        {ValAny(uint32_t{2147483648u}), 3, 0x1p31, {}}, {ValAny(int64_t{2147483648LL}), 4, 0x1p31, {}},
+        {ValAny(int64_t{INT32_MIN}), 4, INT32_MIN, INT32_MIN},
+        {ValAny(int64_t{INT32_MIN} - 1), 4, -0x1p31 - 1, {}},
+        {ValAny(uint64_t{INT32_MAX}), 5, INT32_MAX, INT32_MAX},
+        {ValAny(uint64_t{0x80000000u}), 5, 0x1p31, {}},
         {ValAny(UINT64_MAX), 5, 1.8446744073709552e19, {}}, {ValAny(1.0), 7, 1.0, {}},
     };
     for (const auto& [v, tag, d, i] : rows) {
+        SCOPED_TRACE(tag);
         EXPECT_EQ(v.GetTypeTag(), tag);
-        if (d) EXPECT_EQ(v.Get<double>(), *d) << "tag " << tag;
-        else EXPECT_THROW(v.Get<double>(), core::AnyBadAccess) << "tag " << tag;
-        if (i) EXPECT_EQ(v.Get<int>(), *i) << "tag " << tag;
-        else EXPECT_THROW(v.Get<int>(), core::AnyBadAccess) << "tag " << tag;
+        if (d) { EXPECT_EQ(v.Get<double>(), *d); } else { EXPECT_THROW(v.Get<double>(), core::AnyBadAccess); }
+        if (i) { EXPECT_EQ(v.Get<int>(), *i); } else { EXPECT_THROW(v.Get<int>(), core::AnyBadAccess); }
     }
 }
 
@@ -73,12 +74,9 @@ TEST(ValAnyTest, ObjectOwnership)
 {
     Counted::live = Counted::clones = 0;
     {
-        ValAny a(new Counted, 300);
-        EXPECT_EQ(Counts(), std::make_pair(1, 0));
+        ValAny a(new Counted, 300), c(new Counted, ValAny::kObject);
         ValAny b(a);
-        EXPECT_EQ(Counts(), std::make_pair(2, 1));
-        EXPECT_EQ(b.GetTypeTag(), 300u);
-        ValAny c(new Counted, ValAny::kObject);
+        EXPECT_EQ(std::make_tuple(Counts(), b.GetTypeTag()), std::make_tuple(std::make_pair(3, 1), 300u));
         c = a;
         EXPECT_EQ(Counts(), std::make_pair(3, 2));
         const ValAny& self = a;
@@ -101,10 +99,7 @@ TEST(TimeValuePairTest, ConstructorsAndSetters)
     EXPECT_EQ(FieldsOf(TimeValuePair()), Fields(0.0, 2, 0.0, 7, 0.0, 0.0));
     TimeValuePair k(1.5, ValAny(2.5), core::eKeyframeTypeFlat);
     EXPECT_EQ(FieldsOf(k), Fields(1.5, 7, 2.5, 5, 0.0, 0.0));
-    k.SetTime(5.0);
-    k.SetValue(ValAny(6));
-    k.SetInterpolation(core::eKeyframeTypeSpline);
-    k.SetLeftDerivative(7.0);
-    k.SetRightDerivative(8.0);
+    k.SetTime(5.0), k.SetValue(ValAny(6)), k.SetInterpolation(core::eKeyframeTypeSpline);
+    k.SetLeftDerivative(7.0), k.SetRightDerivative(8.0);
     EXPECT_EQ(FieldsOf(k), Fields(5.0, 2, 6.0, 4, 7.0, 8.0));
 }
