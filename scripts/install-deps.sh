@@ -5,7 +5,7 @@ set -euo pipefail
 
 packages=(
     cmake ninja-build g++ pkg-config make binutils
-    libjsoncpp-dev libgtest-dev libgmock-dev libbenchmark-dev
+    libjsoncpp-dev libgtest-dev libgmock-dev libbenchmark-dev libcli11-dev
 )
 
 missing=()

@@ -59,6 +59,14 @@ public:
         if (old != nullptr)
             old->Release();
     }
+    // Takes over a reference the caller owns, releasing the one held.
+    void Attach(T* p) noexcept
+    {
+        T* old = m_p;
+        m_p = p;
+        if (old != nullptr)
+            old->Release();
+    }
     // Hands the reference to the caller without releasing it.
     T* Detach() noexcept
     {

@@ -1,0 +1,45 @@
+// The keyframe module as the tool drives it: loaded through the host
+// runtime's load call, objects made by the factories of its
+// DllGetClassObject, and nothing else but its exported identifiers.
+#pragma once
+
+#include <string>
+
+#include "IKeyFrame.h"
+#include "IQMXKeyFrame.h"
+#include "QMXComPtr.h"
+#include "QMXModule.h"
+
+namespace qmxkf {
+
+class ModuleHost {
+public:
+    // Loads the module at `path`; throws ToolError when it cannot.
+    explicit ModuleHost(const std::string& path);
+
+    QMXComPtr<IQMXKeyFrame> CreateTrack() const;
+    QMXComPtr<core::IKeyFrame> CreateCurve() const;
+    // Another interface of the same object (one reference), or empty.
+    template <typename T>
+    QMXComPtr<T> Query(IUnknown* object, const _GUID& iid) const
+    {
+        QMXComPtr<T> result;
+        object->QueryInterface(iid, reinterpret_cast<void**>(&result));
+        return result;
+    }
+
+    const _GUID& Id(const char* name) const;
+    const std::string& Path() const { return m_path; }
+
+    // The module built beside this program: <dir>/../lib/libQMXKeyFrame.so.
+    static std::string DefaultPath();
+
+private:
+    void* Create(const char* clsidName, const char* iidName) const;
+
+    std::string m_path;
+    void* m_handle;
+    DllGetClassObjectFunction m_getClassObject;
+};
+
+}  // namespace qmxkf

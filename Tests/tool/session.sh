@@ -1,0 +1,51 @@
+#!/usr/bin/env bash
+# Drives qmxkf as a user would, on a temporary project: edits, listing,
+# sampling and reopening give exact output; bad input gives one line on
+# standard error, a non-zero exit and an untouched file.
+set -uo pipefail
+qmxkf=$1
+dir=$(mktemp -d)
+trap 'rm -rf "$dir"' EXIT
+cd "$dir"
+status=0
+fail() { echo "FAIL: $*"; status=1; }
+expect() {  # expect NAME EXPECTED-OUTPUT COMMAND...
+    local name=$1 want=$2; shift 2
+    local got; got=$("$@" 2>&1)
+    [[ "$got" == "$want" ]] || fail "$name"$'\n'"--- want"$'\n'"$want"$'\n'"--- got"$'\n'"$got"
+}
+
+expect new "created p.qmxbag (no keys)" "$qmxkf" new p.qmxbag
+expect add0 "added key 0 at 0 s" "$qmxkf" add p.qmxbag --at 0 --x -400 --opacity 0
+expect add1 "added key 1 at 1 s" "$qmxkf" add p.qmxbag --at 1 --x 0 --opacity 1 --angle 90
+expect sampled-add "added key 1 at 0.5 s" "$qmxkf" add p.qmxbag --at 0.5
+expect list "index  time  frame  angle     x  y  opacity  scale-x  scale-y
+    0     0      0      0  -400  0        0        1        1
+    1   0.5     15     45  -200  0      0.5        1        1
+    2     1     30     90     0  0        1        1        1" "$qmxkf" list p.qmxbag --rate 30
+expect csv "frame,time,angle,x,y,opacity,scale-x,scale-y
+0,0,0,-400,0,0,1,1
+1,0.25,22.5,-300,0,0.25,1,1
+2,0.5,45,-200,0,0.5,1,1" "$qmxkf" sample p.qmxbag --rate 4 --to 0.5 --format csv
+expect set "set key 1 (now key 2 at 2 s)" "$qmxkf" set p.qmxbag 1 --at 2 --y 7
+expect move "moved key 0 to 0.25 s (now key 0)" "$qmxkf" move p.qmxbag 0 --to 0.25
+expect delete "deleted key 1 (2 left)" "$qmxkf" delete p.qmxbag 1
+expect reopened "index  time  frame  angle     x  y  opacity  scale-x  scale-y
+    0  0.25      8      0  -400  0        0        1        1
+    1     2     60     45  -200  7      0.5        1        1" "$qmxkf" list p.qmxbag
+
+cp p.qmxbag before
+echo '{"format": "other"}' > foreign.qmxbag
+expect bad-index "qmxkf: key index 3 is out of range: p.qmxbag has keys 0 to 1" "$qmxkf" delete p.qmxbag 3
+expect bad-number "qmxkf: Could not convert: --at = abc (see qmxkf --help)" "$qmxkf" add p.qmxbag --at abc
+expect bad-rate "qmxkf: --rate: Value -2 not in range 1 to 1000000 (see qmxkf --help)" \
+    "$qmxkf" sample p.qmxbag --rate -2
+expect missing "qmxkf: nope.qmxbag: No such file or directory" "$qmxkf" list nope.qmxbag
+"$qmxkf" list foreign.qmxbag >/dev/null 2>&1 && fail "a foreign file was accepted"
+"$qmxkf" add p.qmxbag --at nan >/dev/null 2>&1 && fail "a NaN time was accepted"
+cmp -s p.qmxbag before || fail "a failed command changed the project file"
+[[ $(cat foreign.qmxbag) == '{"format": "other"}' ]] || fail "the foreign file was changed"
+expect exists "qmxkf: p.qmxbag: already exists" "$qmxkf" new p.qmxbag
+
+[ $status -eq 0 ] && echo "qmxkf session: all checks passed"
+exit $status
