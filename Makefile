@@ -1,6 +1,7 @@
-# Set-up and test entry points. `make test` installs what is missing (as
-# root), builds the module, the host runtime and the tests, and runs every
-# test twice: in a plain build and under AddressSanitizer + UBSan, then runs
+# Set-up and entry points. `make demo` installs what is missing (as root),
+# builds, and runs the command-line host's demo into ./demo-out/. `make test`
+# installs what is missing, builds the module, the host runtime and the
+# tests, and runs every test twice: in a plain build and under AddressSanitizer + UBSan, then runs
 # the concurrency tests under ThreadSanitizer.
 
 BUILD_DIR ?= build
@@ -8,8 +9,9 @@ SANITIZE_DIR ?= build-sanitize
 TSAN_DIR ?= build-tsan
 BUILD_TYPE ?= RelWithDebInfo
 JOBS ?= 2
+DEMO_DIR ?= demo-out
 
-.PHONY: all deps build test test-plain test-sanitized test-tsan bench clean
+.PHONY: all deps build demo test test-plain test-sanitized test-tsan bench clean
 
 all: build
 
@@ -19,6 +21,10 @@ deps:
 build: deps
 	cmake -S . -B $(BUILD_DIR) -G Ninja -DCMAKE_BUILD_TYPE=$(BUILD_TYPE)
 	cmake --build $(BUILD_DIR) -j $(JOBS)
+
+demo: build
+	$(BUILD_DIR)/bin/qmxkf demo --out $(DEMO_DIR)
+	@echo "Open $(DEMO_DIR)/demo.svg (or demo.png) for the title card's curves, $(DEMO_DIR)/kinds.png for the interpolation kinds."
 
 test: test-plain test-sanitized test-tsan
 
@@ -41,4 +47,4 @@ bench: build
 	$(BUILD_DIR)/bin/qmx_bench_track
 
 clean:
-	rm -rf $(BUILD_DIR) $(SANITIZE_DIR) $(TSAN_DIR)
+	rm -rf $(BUILD_DIR) $(SANITIZE_DIR) $(TSAN_DIR) $(DEMO_DIR)

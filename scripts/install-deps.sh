@@ -5,7 +5,7 @@ set -euo pipefail
 
 packages=(
     cmake ninja-build g++ pkg-config make binutils
-    libjsoncpp-dev libgtest-dev libgmock-dev libbenchmark-dev libcli11-dev
+    libjsoncpp-dev libgtest-dev libgmock-dev libbenchmark-dev libcli11-dev libcairo2-dev libexpat1-dev
 )
 
 missing=()

@@ -16,10 +16,10 @@ namespace {
 constexpr KeyFrameParam kNeutral = {0.0, 0.0, 0.0, 0.0, 1.0, 1.0, 1.0};
 
 // The six values in the order the tool shows them.
-std::vector<std::string> Values(const KeyFrameParam& key)
+std::vector<std::string> Values(const KeyFrameParam& key, std::string (*text)(double) = Number)
 {
-    return {Number(key.dAngle),   Number(key.dPositionX), Number(key.dPositionY),
-            Number(key.dOpacity), Number(key.dScaleX),    Number(key.dScaleY)};
+    return {text(key.dAngle),   text(key.dPositionX), text(key.dPositionY),
+            text(key.dOpacity), text(key.dScaleX),    text(key.dScaleY)};
 }
 
 const std::vector<std::string> kValueNames = {"angle", "x", "y", "opacity", "scale-x", "scale-y"};
@@ -175,7 +175,8 @@ void CommandSample(const ModuleHost& module, const std::string& file, int rate, 
         track.CaculateKeyFramePosition(static_cast<int>(frame), rate, time);
         KeyFrameParam key = kNeutral;
         track.GetKeyFrame(time, key);
-        const std::vector<std::string> values = Values(key);
+        // Tables are read by people; CSV and JSON keep every digit.
+        const std::vector<std::string> values = Values(key, format == SampleFormat::Table ? Rounded : Number);
         if (format == SampleFormat::Table) {
             std::vector<std::string> row = {std::to_string(frame), Number(time)};
             row.insert(row.end(), values.begin(), values.end());

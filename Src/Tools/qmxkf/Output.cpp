@@ -12,6 +12,13 @@ std::string Number(double value)
     return std::string(buffer, static_cast<size_t>(result.ptr - buffer));
 }
 
+std::string Rounded(double value)
+{
+    char buffer[32];
+    std::snprintf(buffer, sizeof buffer, "%.6g", value == 0.0 ? 0.0 : value);
+    return buffer;
+}
+
 Table::Table(std::vector<std::string> header)
 {
     m_rows.push_back(std::move(header));

@@ -10,6 +10,8 @@ namespace qmxkf {
 
 // Shortest text that reads back as the same double.
 std::string Number(double value);
+// Six significant digits, for tables meant to be read.
+std::string Rounded(double value);
 
 // Collects rows and prints them right-aligned under their header.
 class Table {

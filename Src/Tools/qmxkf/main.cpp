@@ -9,8 +9,11 @@
 #include <string>
 
 #include "Commands.h"
+#include "Demo.h"
 #include "ModuleHost.h"
+#include "Plot.h"
 #include "ToolError.h"
+#include "Validate.h"
 
 namespace {
 
@@ -41,6 +44,13 @@ CLI::Option* AddRate(CLI::App* command, int& rate)
     return command->add_option("--rate", rate, "frames per second")->check(CLI::Range(1, 1000000));
 }
 
+// A picture's file (.svg or .png) and its size in pixels.
+void AddPicture(CLI::App* command, std::string& out, std::string& size)
+{
+    command->add_option("-o,--output", out, "picture to write: .svg or .png")->required();
+    command->add_option("--size", size, "picture size in pixels, WIDTHxHEIGHT")->capture_default_str();
+}
+
 }  // namespace
 
 int main(int argc, char** argv)
@@ -56,8 +66,10 @@ int main(int argc, char** argv)
     double at = 0.0, to = 0.0;
     std::optional<double> maybeAt, from, until;
     ValueOptions values;
-    std::string format = "table";
+    std::string format = "table", out, size = "1200x900", validated, demoDir = "demo-out";
+    // The chosen command; most need the module loaded first.
     std::function<void(const ModuleHost&)> run;
+    std::function<int()> runAlone;
 
     CLI::App* cmd = app.add_subcommand("new", "create an empty project file");
     AddFile(cmd, file);
@@ -109,6 +121,26 @@ int main(int argc, char** argv)
         run = [&](const ModuleHost& m) { CommandSample(m, file, rate, from, until, formats.at(format)); };
     });
 
+    cmd = app.add_subcommand("plot", "draw the six curves, one panel each, with their keys");
+    AddFile(cmd, file);
+    AddPicture(cmd, out, size);
+    AddRate(cmd, rate)->capture_default_str();
+    cmd->callback([&] { run = [&](const ModuleHost& m) { CommandPlot(m, file, out, ParseSize(size), rate); }; });
+
+    cmd = app.add_subcommand("kinds", "draw one set of keys under each interpolation kind");
+    AddPicture(cmd, out, size);
+    cmd->callback([&] { run = [&](const ModuleHost& m) { CommandKinds(m, out, ParseSize(size)); }; });
+
+    cmd = app.add_subcommand("validate", "check a build of the module against the host contract");
+    cmd->add_option("MODULE", validated, "the module to check (default: --module)");
+    cmd->callback([&] {
+        runAlone = [&] { return CommandValidate(validated.empty() ? modulePath : validated) == 0 ? 0 : 1; };
+    });
+
+    cmd = app.add_subcommand("demo", "animate a title card; save, print and draw it");
+    cmd->add_option("--out", demoDir, "directory for the project and the pictures")->capture_default_str();
+    cmd->callback([&] { run = [&](const ModuleHost& m) { CommandDemo(m, demoDir); }; });
+
     try {
         app.parse(argc, argv);
     } catch (const CLI::CallForHelp& e) {
@@ -120,6 +152,8 @@ int main(int argc, char** argv)
         return 2;
     }
     try {
+        if (runAlone)
+            return runAlone();
         const ModuleHost module(modulePath);
         run(module);
     } catch (const ToolError& e) {

@@ -1,0 +1,10 @@
+#include "Validate.h"
+
+namespace qmxkf {
+
+int CommandValidate(const std::string&)
+{
+    return 1;
+}
+
+}  // namespace qmxkf

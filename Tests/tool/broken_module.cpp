@@ -1,0 +1,1 @@
+// Placeholder: replaced by the broken module of the validate test.
