@@ -27,6 +27,16 @@ extern "C" {
 QMX_EXPORT void* QMXLoadModule(const char* path);
 // The reason of this thread's last failed QMXLoadModule.
 QMX_EXPORT const char* QMXLastModuleError();
+
+// Totals of the reference-count steps taken through InterlockedIncrement and
+// InterlockedDecrement since the process started: every step, and the steps
+// that brought a count from 0 to 1 (a first reference) and from 1 to 0 (the
+// last release, when an object destroys itself). Stress tests use them to
+// show that every object made was destroyed exactly once.
+struct QMXReferenceCounts {
+    int64_t increments, decrements, firstReferences, lastReleases;
+};
+QMX_EXPORT void QMXGetReferenceCounts(QMXReferenceCounts* counts);
 }
 
 namespace QMXCommon {
