@@ -2,7 +2,7 @@
 # builds, and runs the command-line host's demo into ./demo-out/. `make test`
 # installs what is missing, builds the module, the host runtime and the
 # tests, and runs every test twice: in a plain build and under AddressSanitizer + UBSan, then runs
-# the concurrency tests under ThreadSanitizer.
+# the concurrency and stress tests under ThreadSanitizer.
 
 BUILD_DIR ?= build
 SANITIZE_DIR ?= build-sanitize
@@ -11,7 +11,7 @@ BUILD_TYPE ?= RelWithDebInfo
 JOBS ?= 2
 DEMO_DIR ?= demo-out
 
-.PHONY: all deps build demo test test-plain test-sanitized test-tsan bench clean
+.PHONY: all deps build demo test test-plain test-sanitized test-tsan test-valgrind bench clean
 
 all: build
 
@@ -26,10 +26,18 @@ demo: build
 	$(BUILD_DIR)/bin/qmxkf demo --out $(DEMO_DIR)
 	@echo "Open $(DEMO_DIR)/demo.svg (or demo.png) for the title card's curves, $(DEMO_DIR)/kinds.png for the interpolation kinds."
 
-test: test-plain test-sanitized test-tsan
+test: test-plain test-valgrind test-sanitized test-tsan
 
 test-plain: build
 	ctest --test-dir $(BUILD_DIR) --output-on-failure -j $(JOBS)
+
+# Memcheck over the unit and module tests of the plain build; death tests
+# are left out (their children stop on purpose).
+VALGRIND = valgrind -q --error-exitcode=1 --leak-check=full \
+	--errors-for-leak-kinds=definite,indirect,possible --suppressions=Tests/valgrind/system.supp
+test-valgrind: build
+	$(VALGRIND) $(BUILD_DIR)/bin/qmx_module_tests --gtest_filter=-*DeathTest* --gtest_brief=1
+	$(VALGRIND) $(BUILD_DIR)/bin/qmx_unit_tests --gtest_filter=-*DeathTest* --gtest_brief=1
 
 test-sanitized: deps
 	cmake -S . -B $(SANITIZE_DIR) -G Ninja -DCMAKE_BUILD_TYPE=$(BUILD_TYPE) -DQMX_SANITIZE=ON
@@ -38,8 +46,9 @@ test-sanitized: deps
 
 test-tsan: deps
 	cmake -S . -B $(TSAN_DIR) -G Ninja -DCMAKE_BUILD_TYPE=$(BUILD_TYPE) -DQMX_TSAN=ON
-	cmake --build $(TSAN_DIR) -j $(JOBS) --target qmx_concurrency_tests
-	$(TSAN_DIR)/bin/qmx_concurrency_tests
+	cmake --build $(TSAN_DIR) -j $(JOBS) --target qmx_concurrency_tests qmx_stress_tests
+	$(TSAN_DIR)/bin/qmx_concurrency_tests --gtest_brief=1
+	QMX_STRESS_SECONDS=2 $(TSAN_DIR)/bin/qmx_stress_tests
 
 bench: build
 	$(BUILD_DIR)/bin/qmx_bench_interpolation
