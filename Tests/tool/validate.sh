@@ -1,2 +1,46 @@
 #!/usr/bin/env bash
-exit 0
+# qmxkf validate passes the built module on every check, and fails a module
+# with planted faults on exactly those faults, without itself crashing.
+set -uo pipefail
+qmxkf=$1
+good=$2
+broken=$3
+status=0
+fail() { echo "FAIL: $*"; status=1; }
+checks=12
+
+out=$("$qmxkf" validate "$good" 2>/dev/null)
+rc=$?
+[[ $rc -eq 0 ]] || fail "validate of the module exited $rc"$'\n'"$out"
+[[ $(grep -c '^PASS [a-z ]*$' <<<"$out") -eq $checks && $(wc -l <<<"$out") -eq $checks ]] ||
+    fail "validate of the module did not print $checks PASS lines"$'\n'"$out"
+# The default module is the one --module names.
+[[ $("$qmxkf" --module "$good" validate 2>/dev/null) == "$out" ]] || fail "validate without MODULE differs"
+
+out=$("$qmxkf" validate "$broken" 2>/dev/null)
+rc=$?
+[[ $rc -eq 1 ]] || fail "validate of the broken module exited $rc, expected 1"
+[[ $(grep -cE '^(PASS [a-z ]+|FAIL [a-z ]+: .+)$' <<<"$out") -eq $checks && $(wc -l <<<"$out") -eq $checks ]] ||
+    fail "validate of the broken module did not print $checks check lines"$'\n'"$out"
+while IFS= read -r line; do
+    grep -qxF "$line" <<<"$out" || fail "missing line: $line"$'\n'"--- got"$'\n'"$out"
+done <<'EOF'
+PASS load
+FAIL exported symbols: does not export _Z22CreateKeyFrameInstanceP8IUnknownPi (and 11 more)
+FAIL host symbols: defines the host's InterlockedIncrement itself
+FAIL identifier values: IID_IQMXStorage is {B58DC8D7-B8EC-4254-814F-DF40F572B313}, expected {B58DC8D7-B8EC-4254-814F-DF40F572B312}
+FAIL class table: g_cTemplates is 2, expected 3
+FAIL class factory: factory AddRef returned 3, expected 2
+FAIL interfaces: IID_IQMXKeyFrame and IID_IQMXStorage are one pointer
+FAIL aggregation: CreateInstance(outer, IID_IQMXKeyFrame) returned 0x00000000, expected 0x80040110
+FAIL entry points: crashed (signal 6)
+FAIL curve component: GetInterface(CLSID_QMXKeyFrameKV, IID_IQMXKeyFrameKV) returned 0x80000004, expected 0x00000000
+EOF
+
+# A file that is no module fails to load, and nothing else is tried.
+out=$("$qmxkf" validate /nonexistent/libnone.so 2>/dev/null)
+rc=$?
+[[ $rc -eq 1 && $out == "FAIL load: "* && $(wc -l <<<"$out") -eq 1 ]] || fail "a missing module: exit $rc"$'\n'"$out"
+
+[ $status -eq 0 ] && echo "qmxkf validate: all checks passed"
+exit $status

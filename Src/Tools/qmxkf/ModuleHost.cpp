@@ -10,7 +10,8 @@
 
 namespace qmxkf {
 
-ModuleHost::ModuleHost(const std::string& path) : m_path(path), m_handle(QMXLoadModule(path.c_str()))
+ModuleHost::ModuleHost(const std::string& path)
+    : m_path(path), m_handle(QMXLoadModule(LoadablePath(path).c_str()))
 {
     if (m_handle == nullptr)
         throw ToolError("cannot load module: " + std::string(QMXLastModuleError()));
@@ -28,6 +29,11 @@ std::string ModuleHost::DefaultPath()
     std::string dir(self, static_cast<size_t>(n));
     dir.erase(dir.find_last_of('/') + 1);
     return dir + "../lib/libQMXKeyFrame.so";
+}
+
+std::string ModuleHost::LoadablePath(const std::string& path)
+{
+    return path.find('/') == std::string::npos ? "./" + path : path;
 }
 
 const _GUID& ModuleHost::Id(const char* name) const

@@ -33,6 +33,9 @@ public:
 
     // The module built beside this program: <dir>/../lib/libQMXKeyFrame.so.
     static std::string DefaultPath();
+    // `path` as the loader should take it: a bare file name means the one in
+    // the current directory, not one found on the library search path.
+    static std::string LoadablePath(const std::string& path);
 
 private:
     void* Create(const char* clsidName, const char* iidName) const;

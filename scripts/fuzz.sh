@@ -1,0 +1,59 @@
+#!/usr/bin/env bash
+# Builds the libFuzzer targets with clang (AddressSanitizer and UBSan) in
+# build-fuzz/, replays the committed regression inputs, then runs each target
+# for SECONDS (default 30) on a scratch copy of its seed corpus. Exits non-zero
+# when any input crashes; prints each run's executions and coverage.
+set -euo pipefail
+
+seconds=${1:-30}
+root=$(cd "$(dirname "$0")/.." && pwd)
+build=${FUZZ_BUILD_DIR:-$root/build-fuzz}
+fuzz=$root/Tests/fuzz
+targets=(curve_text bag operations project_file)
+
+# clang and its fuzzer runtime (Debian: clang, libclang-rt-dev).
+runtime() { [[ -f $(clang++ -print-file-name=libclang_rt.fuzzer-x86_64.a 2>/dev/null) ]]; }
+if ! command -v clang++ >/dev/null || ! runtime; then
+    if [[ $(id -u) -ne 0 ]]; then
+        echo "fuzz.sh: needs clang++ and its fuzzer runtime: apt-get install clang libclang-rt-dev" >&2
+        exit 1
+    fi
+    export DEBIAN_FRONTEND=noninteractive
+    apt-get update -qq
+    apt-get install -y -qq --no-install-recommends clang libclang-rt-dev
+fi
+
+cmake -S "$root" -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DCMAKE_CXX_COMPILER=clang++ -DQMX_FUZZ=ON >/dev/null
+cmake --build "$build" -j 2 --target "${targets[@]/#/qmx_fuzz_}"
+
+scratch=$(mktemp -d)
+trap 'rm -rf "$scratch"' EXIT
+export ASAN_OPTIONS=${ASAN_OPTIONS:-detect_leaks=1}
+status=0
+for target in "${targets[@]}"; do
+    binary=$build/bin/qmx_fuzz_$target
+    mkdir -p "$scratch/$target/corpus" "$scratch/$target/artifacts"
+    if compgen -G "$fuzz/regressions/$target/*" >/dev/null; then
+        if ! "$binary" "$fuzz/regressions/$target"/* >"$scratch/$target/replay.log" 2>&1; then
+            grep -E "fuzz check failed|ERROR|runtime error|Running:" "$scratch/$target/replay.log" | tail -n 8 >&2
+            echo "FAIL $target: a committed regression input crashes (see Tests/fuzz/regressions/$target)" >&2
+            status=1
+        fi
+    fi
+    cp "$fuzz/corpus/$target"/* "$scratch/$target/corpus/"
+    log=$scratch/$target/fuzz.log
+    if "$binary" "$scratch/$target/corpus" -dict="$fuzz/qmx.dict" -max_total_time="$seconds" -timeout=10 \
+        -rss_limit_mb=2048 -print_final_stats=1 -artifact_prefix="$scratch/$target/artifacts/" >"$log" 2>&1; then
+        runs=$(sed -n 's/^stat::number_of_executed_units: *//p' "$log")
+        echo "$target: $runs executions; $(grep -E '^#[0-9]+[[:space:]]+DONE' "$log" | tail -n 1)"
+    else
+        tail -n 40 "$log" >&2
+        for artifact in "$scratch/$target/artifacts"/*; do
+            [[ -f $artifact ]] && echo "crashing input (base64): $(base64 -w0 "$artifact")" >&2
+        done
+        echo "FAIL $target: an input crashed (above)" >&2
+        status=1
+    fi
+done
+[[ $status -eq 0 ]] && echo "fuzz: ${#targets[@]} targets, ${seconds} s each: no crash"
+exit $status
