@@ -43,7 +43,7 @@ void Fill(IQMXProperties* bag, const std::string& input)
             const long long number = std::strtoll(value.c_str(), nullptr, 10);
             const bool count = std::find(std::begin(fuzz::kCurveNames), std::end(fuzz::kCurveNames), name) !=
                                std::end(fuzz::kCurveNames);
-            bag->SetInt(name.c_str(), static_cast<int>(std::clamp<long long>(number, INT32_MIN, count ? 64 : INT32_MAX)));
+            bag->SetInt(name.c_str(), int(std::clamp<long long>(number, INT32_MIN, count ? 64 : INT32_MAX)));
         } else if (line[0] == 's') {
             for (size_t at; (at = value.find("\\n")) != std::string::npos;)
                 value.replace(at, 2, "\n");

@@ -39,8 +39,14 @@ QMXComPtr<T> Create(const _GUID& clsid, const _GUID& iid)
     FUZZ_CHECK(object.Get() != nullptr);
     return object;
 }
-inline QMXComPtr<core::IKeyFrame> NewCurve() { return Create<core::IKeyFrame>(CLSID_QMXKeyFrameKV, IID_IQMXKeyFrameKV); }
-inline QMXComPtr<IQMXKeyFrame> NewTrack() { return Create<IQMXKeyFrame>(CLSID_QMXKeyFrame, IID_IQMXKeyFrame); }
+inline QMXComPtr<core::IKeyFrame> NewCurve()
+{
+    return Create<core::IKeyFrame>(CLSID_QMXKeyFrameKV, IID_IQMXKeyFrameKV);
+}
+inline QMXComPtr<IQMXKeyFrame> NewTrack()
+{
+    return Create<IQMXKeyFrame>(CLSID_QMXKeyFrame, IID_IQMXKeyFrame);
+}
 inline QMXComPtr<IQMXStorage> Storage(IQMXKeyFrame* track)
 {
     QMXComPtr<IQMXStorage> storage;
@@ -163,7 +169,9 @@ inline std::string Keys(IQMXKeyFrame* track)
         KeyFrameParam p{};
         try {
             FUZZ_CHECK(track->GetKeyFrame(i, p));
-            for (double field : {p.dPosition, p.dAngle, p.dPositionX, p.dPositionY, p.dScaleX, p.dScaleY, p.dOpacity})
+            double fields[7];
+            std::memcpy(fields, &p, sizeof fields);
+            for (double field : fields)
                 out += Bits(field) + " ";
         } catch (const std::exception& e) {
             out += std::string("threw ") + e.what();

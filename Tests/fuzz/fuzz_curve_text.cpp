@@ -5,6 +5,7 @@
 // contract, so the outcome is compared, never treated as a crash.
 #include <climits>
 #include <exception>
+#include <stdexcept>
 #include <typeinfo>
 #include <vector>
 
@@ -28,7 +29,9 @@ std::string Read(core::Parameter& curve, const std::string& text, bool library)
 // A key value as evaluation reads it: booleans 1 or 0, other non-numbers 0.
 double Number(const ValAny& v)
 {
-    return v.GetTypeTag() == ValAny::kBool ? (v.Get<bool>() ? 1.0 : 0.0) : v.IsNumber() ? v.Get<double>() : 0.0;
+    if (v.GetTypeTag() == ValAny::kBool)
+        return v.Get<bool>() ? 1.0 : 0.0;
+    return v.IsNumber() ? v.Get<double>() : 0.0;
 }
 
 // Whether every number of the curve is small enough that evaluating at a key
@@ -77,6 +80,13 @@ void Evaluate(core::Parameter& c)
     }
     if (count > 0)
         FUZZ_CHECK(c.GetNKeyFramesInRange(c.GetPointTime(0), c.GetPointTime(count - 1)) == count);
+    for (int bad : {-1, count, INT_MIN}) {
+        try {
+            c.GetPointTime(bad);
+            FUZZ_CHECK(!"an index outside the keys is refused");
+        } catch (const std::out_of_range&) {
+        }
+    }
     for (double t : times) {
         c.GetValue(t, false);  // never throws: no clamping, and the result is a number
         c.GetNKeyFramesInRange(t, t + 1.0);
@@ -87,7 +97,8 @@ void Evaluate(core::Parameter& c)
             c.GetValueRange(low, high);
             if (count > 0 && c.GetParameterType() == core::eParameterTypeDouble && c.mustClamp() &&
                 low.Get<double>() <= high.Get<double>() && !std::isnan(clamped.Get<double>()))
-                FUZZ_CHECK(low.Get<double>() <= clamped.Get<double>() && clamped.Get<double>() <= high.Get<double>());
+                FUZZ_CHECK(low.Get<double>() <= clamped.Get<double>() &&
+                           clamped.Get<double>() <= high.Get<double>());
         } catch (const core::AnyBadAccess&) {
         }
         if (count > 0) {
@@ -132,7 +143,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
         FUZZ_CHECK(copy->CopyFrom(fast.Get()) && fuzz::Describe(*copy) == outcome);
         const std::string before = fuzz::Describe(*copy);
         copy->Clear();
-        FUZZ_CHECK(copy->GetKeyFramesCount() == 0 && fuzz::Describe(*copy) == before.substr(0, before.find(" [")));
+        FUZZ_CHECK(copy->GetKeyFramesCount() == 0 &&
+                   fuzz::Describe(*copy) == before.substr(0, before.find(" [")));  // type and range stay
     }
     return 0;
 }

@@ -54,7 +54,8 @@ void Save(IQMXProperties* bag)
 extern "C" int LLVMFuzzerInitialize(int*, char***)
 {
     fuzz::InstallQuietLogger();
-    const char* dir = ::access("/dev/shm", W_OK) == 0 ? "/dev/shm" : std::getenv("TMPDIR") ? std::getenv("TMPDIR") : "/tmp";
+    const char* tmp = std::getenv("TMPDIR");
+    const char* dir = ::access("/dev/shm", W_OK) == 0 ? "/dev/shm" : tmp != nullptr ? tmp : "/tmp";
     g_path = std::string(dir) + "/qmx-fuzz-" + std::to_string(::getpid()) + ".qmxbag";
     std::atexit([] { ::unlink(g_path.c_str()); });
     return 0;
