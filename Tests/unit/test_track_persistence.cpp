@@ -176,7 +176,10 @@ TEST(TrackStorage, ReadFromHandMadeBags)
         {{{kNames[0], L"#0"}, {Seg(0, 0), one}, {kNames[1], L"#-1"}, {Seg(1, 0), one}, {kNames[2], L"1"},
           {Seg(2, 0), one}, {kNames[4], L"#-2147483648"}, {Seg(4, 0), one}, {Seg(5, 0), one}}, {}},
         {{{kNames[3], L"#1"}, {Seg(3, 0), in + L"null,\"note\":\"e\"}"}}, {{3, out + L"null}\n"}}},
-        {{{kNames[3], L"#1"}, {Seg(3, 0), in + L"null,\"note\":\"\u00e9\"}"}}, {{3, kFresh}}}};
+        {{{kNames[3], L"#1"}, {Seg(3, 0), in + L"null,\"note\":\"\u00e9\"}"}}, {{3, kFresh}}},
+        // Texts of the wrong shape make the curve's reader throw: the curve so far replaces the old one.
+        {{{kNames[3], L"#1"}, {Seg(3, 0), L"[1,2]"}, {kNames[4], L"#1"}, {Seg(4, 0), in + L"[{}]}"}},
+         {{3, kFresh}, {4, out + L"null}\n"}}}};
     for (const auto& r : rows) {
         Track t;  // two keys on every curve, curve 5 read as an int curve; want: count, segment 0 per key
         KeyFrameParam p{0.0, 10, 20, 30, 1.5, 2.5, 0.5}, q{4.0, -10, 2, 3, 1, 2, 1};

@@ -356,7 +356,13 @@ HRESULT CQMXKeyFrame::ReadFrom(IQMXProperties* props)
         LoadKeyFrameParam(props, key, text);
         QMXComPtr<IKeyFrame> curve = NewCurve();
         QMX_CHECK(curve.Get() != nullptr);
-        curve->Desialize(text.c_str());
+        // A text of the wrong shape makes the curve's reader throw. Loading
+        // reports no failure to the host: the curve as far as it was read
+        // replaces the old one all the same.
+        try {
+            curve->Desialize(text.c_str());
+        } catch (const std::exception&) {
+        }
         Slot(key) = curve;
     }
     return S_OK;

@@ -156,7 +156,7 @@ int main(int argc, char** argv)
             return runAlone();
         const ModuleHost module(modulePath);
         run(module);
-    } catch (const ToolError& e) {
+    } catch (const std::exception& e) {  // ToolError, and anything else the tool did not foresee
         std::fflush(stdout);
         std::fprintf(stderr, "qmxkf: %s\n", e.what());
         return 1;
