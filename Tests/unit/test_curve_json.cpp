@@ -151,7 +151,12 @@ TEST(CurveJson, DirectTextMatchesTheLibrary)
           "{\"MaxValue\":1.0,\"MinValue\":-1.0,\"ParamType\":0,\"nodes\":[[1.0,2.0,1,0.0,0.0] ]}\n",
           "{\"MaxValue\":1.0,\"MinValue\":-1.0,\"ParamType\":0,\"nodes\":[[1.0,2.0,1,0.0]]}",
           "{\"MaxValue\":1.0,\"MinValue\":-1.0,\"ParamType\":0,\"nodes\":[]}",
-          "{\"MaxValue\":01.5,\"MinValue\":-.5,\"ParamType\":0,\"nodes\":[[1E2,+2.0,1,0.0,0.0]]}"})
+          "{\"MaxValue\":01.5,\"MinValue\":-.5,\"ParamType\":0,\"nodes\":[[1E2,+2.0,1,0.0,0.0]]}",
+          // Found by fuzzing: numbers outside JSON's grammar, junk inside a range token.
+          "{\"MaxValue\":67,\"MinValue\":8,\"ParamType\":1,\"nodes\":[[0.0,9,3,.5,1.0]]}",
+          "{\"MaxValue\":6s7,\"MinValue\":8,\"ParamType\":1,\"nodes\":null}",
+          "{\"MaxValue\":1.,\"MinValue\":-1e,\"ParamType\":0,\"nodes\":[[00.0,1.0,1,0.0,0.0]]}",
+          "{\"MaxValue\":1.0,\"MinValue\":-1.0,\"ParamType\":0,\"nodes\":[[1.0,2.0,1,0.0,1.5e-]]}"})
         texts.push_back(variant);
     for (const std::string& text : texts) {
         Parameter direct(nullptr), library(nullptr);

@@ -105,9 +105,10 @@ public:
         const size_t maxStart = m_pos + std::strlen("{\"MaxValue\":");
         if (!Literal("{\"MaxValue\":") || !SkipToken())
             return false;
-        const size_t minStart = m_pos + std::strlen(",\"MinValue\":");
+        const size_t maxEnd = m_pos, minStart = m_pos + std::strlen(",\"MinValue\":");
         if (!Literal(",\"MinValue\":") || !SkipToken())
             return false;
+        const size_t minEnd = m_pos;
         int typeNumber = 0;
         if (!Literal(",\"ParamType\":") || !Int(typeNumber))
             return false;
@@ -116,10 +117,10 @@ public:
             return false;
         const size_t afterType = m_pos;
         m_pos = maxStart;
-        if (!Value(type, maxValue))
+        if (!Value(type, maxValue) || m_pos != maxEnd)
             return false;
         m_pos = minStart;
-        if (!Value(type, minValue))
+        if (!Value(type, minValue) || m_pos != minEnd)
             return false;
         m_pos = afterType;
         if (!Literal(",\"nodes\":"))
@@ -163,10 +164,34 @@ private:
             ++m_pos;
         return m_text.substr(start, m_pos - start);
     }
+    // A number in JSON's grammar: -?(0|[1-9][0-9]*)(.[0-9]+)?([eE][+-]?[0-9]+)?
+    static bool IsJsonNumber(std::string_view token)
+    {
+        size_t i = token.substr(0, 1) == "-" ? 1 : 0;
+        const auto digits = [&] {
+            const size_t start = i;
+            while (i < token.size() && token[i] >= '0' && token[i] <= '9')
+                ++i;
+            return i - start;
+        };
+        const size_t first = i, whole = digits();
+        if (whole == 0 || (whole > 1 && token[first] == '0'))
+            return false;
+        if (i < token.size() && token[i] == '.' && (++i, digits() == 0))
+            return false;
+        if (i < token.size() && (token[i] == 'e' || token[i] == 'E')) {
+            ++i;
+            if (i < token.size() && (token[i] == '+' || token[i] == '-'))
+                ++i;
+            if (digits() == 0)
+                return false;
+        }
+        return i == token.size();
+    }
     bool Int(int& out)
     {
         const std::string_view token = Token();
-        if (token.empty() || token.find_first_of(".eE+") != std::string_view::npos)
+        if (!IsJsonNumber(token) || token.find_first_of(".eE") != std::string_view::npos)
             return false;
         const auto [end, error] = std::from_chars(token.data(), token.data() + token.size(), out);
         return error == std::errc() && end == token.data() + token.size();
@@ -176,7 +201,7 @@ private:
     bool Real(double& out)
     {
         const std::string_view token = Token();
-        if (token.find_first_of(".eE") == std::string_view::npos)
+        if (!IsJsonNumber(token) || token.find_first_of(".eE") == std::string_view::npos)
             return false;
         const auto [end, error] = std::from_chars(token.data(), token.data() + token.size(), out);
         if (error != std::errc() || end != token.data() + token.size())
