@@ -1,8 +1,10 @@
 # Set-up and entry points. `make demo` installs what is missing (as root),
 # builds, and runs the command-line host's demo into ./demo-out/. `make test`
 # installs what is missing, builds the module, the host runtime and the
-# tests, and runs every test twice: in a plain build and under AddressSanitizer + UBSan, then runs
-# the concurrency and stress tests under ThreadSanitizer.
+# tests, and runs every test twice: in a plain build and under
+# AddressSanitizer + UBSan. It also runs the unit and module tests under
+# Valgrind's Memcheck, the concurrency and stress tests under
+# ThreadSanitizer, and each fuzz target for a bounded time.
 
 BUILD_DIR ?= build
 SANITIZE_DIR ?= build-sanitize
@@ -11,7 +13,7 @@ BUILD_TYPE ?= RelWithDebInfo
 JOBS ?= 2
 DEMO_DIR ?= demo-out
 
-.PHONY: all deps build demo test test-plain test-sanitized test-tsan test-valgrind bench clean
+.PHONY: all deps build demo test test-plain test-sanitized test-tsan test-valgrind test-fuzz bench clean
 
 all: build
 
@@ -26,7 +28,7 @@ demo: build
 	$(BUILD_DIR)/bin/qmxkf demo --out $(DEMO_DIR)
 	@echo "Open $(DEMO_DIR)/demo.svg (or demo.png) for the title card's curves, $(DEMO_DIR)/kinds.png for the interpolation kinds."
 
-test: test-plain test-valgrind test-sanitized test-tsan
+test: test-plain test-valgrind test-sanitized test-tsan test-fuzz
 
 test-plain: build
 	ctest --test-dir $(BUILD_DIR) --output-on-failure -j $(JOBS)
@@ -50,10 +52,16 @@ test-tsan: deps
 	$(TSAN_DIR)/bin/qmx_concurrency_tests --gtest_brief=1
 	QMX_STRESS_SECONDS=2 $(TSAN_DIR)/bin/qmx_stress_tests
 
+# The libFuzzer targets, built with clang in build-fuzz/, each run for a
+# bounded time on its seed corpus after replaying the committed regressions.
+FUZZ_SECONDS ?= 60
+test-fuzz: deps
+	scripts/fuzz.sh $(FUZZ_SECONDS)
+
 bench: build
 	$(BUILD_DIR)/bin/qmx_bench_interpolation
 	$(BUILD_DIR)/bin/qmx_bench_curve
 	$(BUILD_DIR)/bin/qmx_bench_track
 
 clean:
-	rm -rf $(BUILD_DIR) $(SANITIZE_DIR) $(TSAN_DIR) $(DEMO_DIR)
+	rm -rf $(BUILD_DIR) $(SANITIZE_DIR) $(TSAN_DIR) build-fuzz $(DEMO_DIR)

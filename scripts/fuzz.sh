@@ -11,16 +11,10 @@ build=${FUZZ_BUILD_DIR:-$root/build-fuzz}
 fuzz=$root/Tests/fuzz
 targets=(curve_text bag operations project_file)
 
-# clang and its fuzzer runtime (Debian: clang, libclang-rt-dev).
-runtime() { [[ -f $(clang++ -print-file-name=libclang_rt.fuzzer-x86_64.a 2>/dev/null) ]]; }
-if ! command -v clang++ >/dev/null || ! runtime; then
-    if [[ $(id -u) -ne 0 ]]; then
-        echo "fuzz.sh: needs clang++ and its fuzzer runtime: apt-get install clang libclang-rt-dev" >&2
-        exit 1
-    fi
-    export DEBIAN_FRONTEND=noninteractive
-    apt-get update -qq
-    apt-get install -y -qq --no-install-recommends clang libclang-rt-dev
+# clang and its fuzzer runtime come from scripts/install-deps.sh.
+if ! [[ -f $(clang++ -print-file-name=libclang_rt.fuzzer-x86_64.a 2>/dev/null) ]]; then
+    echo "fuzz.sh: needs clang++ and its fuzzer runtime: run 'make deps' as root" >&2
+    exit 1
 fi
 
 cmake -S "$root" -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DCMAKE_CXX_COMPILER=clang++ -DQMX_FUZZ=ON >/dev/null

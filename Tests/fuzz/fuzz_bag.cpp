@@ -108,32 +108,24 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     Fill(input.Get(), std::string(reinterpret_cast<const char*>(data), size));
 
     QMXComPtr<IQMXKeyFrame> track = fuzz::NewTrack(), copy = fuzz::NewTrack();
-    bool threw = false;
-    try {
-        fuzz::Storage(track.Get())->ReadFrom(input.Get());  // Desialize's exceptions pass through
-    } catch (const std::exception&) {
-        threw = true;
-    }
+    FUZZ_CHECK(fuzz::Storage(track.Get())->ReadFrom(input.Get()) == S_OK);  // reports no failure, never throws
     Query(track.Get());
     FUZZ_CHECK(fuzz::Storage(track.Get())->WriteTo(first.Get()) == S_OK);
 
-    // Each curve holds what its own text gave, or stays new when its count is
-    // missing or not positive; after a text that threw, the later curves stay new.
-    bool stopped = false;
+    // Each curve holds what its own text gave (as far as it was read when the
+    // text made the reader throw), or stays new when its count is missing or
+    // not positive.
     for (int curve = 0; curve < 6; ++curve) {
         QMXComPtr<core::IKeyFrame> expected = fuzz::NewCurve();
         int count = 0;
-        if (!stopped && SUCCEEDED(input->GetInt(fuzz::kCurveNames[curve], &count)) && count > 0) {
+        if (SUCCEEDED(input->GetInt(fuzz::kCurveNames[curve], &count)) && count > 0) {
             try {
                 expected->Desialize(fuzz::Joined(input.Get(), curve).c_str());
             } catch (const std::exception&) {
-                stopped = true;
-                expected = fuzz::NewCurve();
             }
         }
         FUZZ_CHECK(fuzz::Joined(first.Get(), curve) == expected->Serialize());
     }
-    FUZZ_CHECK(stopped == threw);
 
     // Written texts read back exactly.
     FUZZ_CHECK(fuzz::Storage(copy.Get())->ReadFrom(first.Get()) == S_OK);

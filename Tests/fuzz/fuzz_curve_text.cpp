@@ -118,17 +118,17 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     const std::string text(reinterpret_cast<const char*>(data), size);
     // Both readers into a fresh curve, then into a curve that already has a
     // key (existing keys win over the document's).
-    for (int kind = 0; kind < 2; ++kind) {
+    for (int pass = 0; pass < 2; ++pass) {
         QMXComPtr<core::IKeyFrame> fast = fuzz::NewCurve(), library = fuzz::NewCurve();
         for (core::IKeyFrame* c : {fast.Get(), library.Get()})
-            if (kind == 1)
+            if (pass == 1)
                 c->AddPoint(1.0, ValAny(9.0), core::eKeyframeTypeSmooth);
         const std::string outcome = Read(fuzz::Impl(fast.Get()), text, false);
         const std::string reference = Read(fuzz::Impl(library.Get()), text, true);
         if (outcome != reference)
             std::fprintf(stderr, "fast reader: %s\nlibrary:     %s\n", outcome.c_str(), reference.c_str());
         FUZZ_CHECK(outcome == reference);
-        if (kind == 1 || outcome.rfind("threw ", 0) == 0)
+        if (pass == 1 || outcome.rfind("threw ", 0) == 0)
             continue;
         core::Parameter& curve = fuzz::Impl(fast.Get());
         fuzz::CheckOrder(curve);
