@@ -4,7 +4,6 @@
 # never missing. Temporary files that killed saves leave behind must not break later saves.
 #   crash_save.sh QMXKF SAVE_LOOP
 # QMX_CRASH_SEED repeats a run's random delays (the seed is printed).
-set -uo pipefail
 qmxkf=$1
 save_loop=$2
 keys=2500              # about 470 KB per save, two segments per curve
@@ -13,11 +12,7 @@ tool_runs=40           # qmxkf adding a key to the project
 budget=18              # seconds; each phase stops early when its share is used up
 seed=${QMX_CRASH_SEED:-$$}
 RANDOM=$seed
-dir=$(mktemp -d)
-trap 'rm -rf "$dir"' EXIT
-cd "$dir"
-status=0
-fail() { echo "FAIL: $*"; status=1; }
+source "$(dirname "$0")/harness.sh"
 temporaries() { compgen -G 'p.qmxbag.tmp-*' | wc -l; }
 key_count() { local n; n=$("$qmxkf" list "$1" 2>/dev/null | wc -l) && [ "$n" -gt 0 ] && echo $((n - 1)); }
 mkfifo started idle

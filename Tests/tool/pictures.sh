@@ -2,18 +2,8 @@
 # The pictures: plot and kinds write a decodable PNG and a well-formed SVG of
 # the asked size, demo writes its project and three pictures, and bad
 # requests give one line and leave nothing behind.
-set -uo pipefail
 qmxkf=$1 check=$2
-dir=$(mktemp -d)
-trap 'rm -rf "$dir"' EXIT
-cd "$dir"
-status=0
-fail() { echo "FAIL: $*"; status=1; }
-expect() {  # expect NAME EXPECTED-OUTPUT COMMAND...
-    local name=$1 want=$2; shift 2
-    local got; got=$("$@" 2>&1)
-    [[ "$got" == "$want" ]] || fail "$name"$'\n'"--- want"$'\n'"$want"$'\n'"--- got"$'\n'"$got"
-}
+source "$(dirname "$0")/harness.sh"
 picture() { "$check" "$@" || fail "picture $1"; }
 
 "$qmxkf" new p.qmxbag >/dev/null && "$qmxkf" new empty.qmxbag >/dev/null

@@ -2,18 +2,8 @@
 # Drives qmxkf as a user would, on a temporary project: edits, listing,
 # sampling and reopening give exact output; bad input gives one line on
 # standard error, a non-zero exit and an untouched file.
-set -uo pipefail
 qmxkf=$1
-dir=$(mktemp -d)
-trap 'rm -rf "$dir"' EXIT
-cd "$dir"
-status=0
-fail() { echo "FAIL: $*"; status=1; }
-expect() {  # expect NAME EXPECTED-OUTPUT COMMAND...
-    local name=$1 want=$2; shift 2
-    local got; got=$("$@" 2>&1)
-    [[ "$got" == "$want" ]] || fail "$name"$'\n'"--- want"$'\n'"$want"$'\n'"--- got"$'\n'"$got"
-}
+source "$(dirname "$0")/harness.sh"
 
 expect new "created p.qmxbag (no keys)" "$qmxkf" new p.qmxbag
 expect add0 "added key 0 at 0 s" "$qmxkf" add p.qmxbag --at 0 --x -400 --opacity 0
