@@ -12,31 +12,13 @@
 #include "QMXLogger.h"
 #include "QMXPropertyBag.h"
 #include "keyframe_process.h"
+#include "saved_curve.h"
 
 namespace {
 
-constexpr int kIterations = 2000;
-const wchar_t* const kNames[6] = {L"KeyFrameAngle", L"KeyFramePositionX", L"KeyFramePositionY",
-                                  L"KeyFrameOpacity", L"KeyFrameScaleX", L"KeyFrameScaleY"};
+using testing_support::SavedCurveTimes;
 
-// The key times of curve `key` as saved in `bag`, read back through a curve of its own.
-std::vector<double> SavedTimes(IQMXProperties* bag, int key)
-{
-    int segments = 0;
-    EXPECT_EQ(bag->GetInt(kNames[key], &segments), S_OK);
-    std::string text;
-    for (int i = 0; i < segments; ++i) {
-        CQMXValue v;
-        bag->GetProperty((kNames[key] + (L"Segment_" + std::to_wstring(i))).c_str(), &v);
-        text += std::string(v.m_strValue.begin(), v.m_strValue.end());
-    }
-    core::Parameter curve(nullptr);
-    curve.Desialize(text.c_str());
-    std::vector<double> times;
-    for (int i = 0; i < curve.GetKeyFramesCount(); ++i)
-        times.push_back(curve.GetPointTime(i));
-    return times;
-}
+constexpr int kIterations = 2000;
 
 }  // namespace
 
@@ -92,11 +74,11 @@ TEST(TrackThreads, EditsSamplingAndSavingKeepCurvesInLockstep)
     // Same key count and times on all six saved curves, matching the track's keys, each a whole record.
     IQMXProperties* bag = QMXCreateMemoryProperties();
     EXPECT_EQ(s->WriteTo(bag), S_OK);
-    const std::vector<double> times = SavedTimes(bag, 0);
+    const std::vector<double> times = SavedCurveTimes(bag, 0);
     EXPECT_GT(times.size(), 0u);
     ASSERT_EQ(static_cast<int>(times.size()), t->GetKeyFrameCount());
     for (int key = 1; key < 6; ++key)
-        EXPECT_EQ(SavedTimes(bag, key), times) << "curve " << key;
+        EXPECT_EQ(SavedCurveTimes(bag, key), times) << "curve " << key;
     for (int i = 0; i < t->GetKeyFrameCount(); ++i) {
         KeyFrameParam p{};
         EXPECT_TRUE(t->GetKeyFrame(i, p));

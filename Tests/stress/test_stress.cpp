@@ -21,8 +21,12 @@
 #include "QMXLogger.h"
 #include "QMXPropertyBag.h"
 #include "keyframe_process.h"
+#include "saved_curve.h"
 
 namespace {
+
+using testing_support::SavedCurveText;
+using testing_support::SavedCurveTimes;
 
 // Objects the host counts as made (last releases): a track is its factory, itself and six curves,
 // each curve with its factory; a read of a saved track makes six new curves with their factories.
@@ -49,32 +53,6 @@ IQMXStorage* Storage(IQMXKeyFrame* track)
     IQMXStorage* storage = nullptr;
     EXPECT_EQ(track->QueryInterface(IID_IQMXStorage, reinterpret_cast<void**>(&storage)), S_OK);
     return storage;
-}
-
-// The saved text of curve `key`, its segments joined.
-std::wstring CurveText(IQMXProperties* bag, int key)
-{
-    int segments = 0;
-    EXPECT_EQ(bag->GetInt(KEYFRAMENAME[key], &segments), S_OK);
-    std::wstring text;
-    for (int i = 0; i < segments; ++i) {
-        CQMXValue v;
-        bag->GetProperty((KEYFRAMENAME[key] + (L"Segment_" + std::to_wstring(i))).c_str(), &v);
-        text += v.m_strValue;
-    }
-    return text;
-}
-
-// The key times of curve `key` alone, read back through a curve of its own.
-std::vector<double> CurveTimes(IQMXProperties* bag, int key)
-{
-    const std::wstring wide = CurveText(bag, key);
-    core::Parameter curve(nullptr);
-    curve.Desialize(std::string(wide.begin(), wide.end()).c_str());
-    std::vector<double> times;
-    for (int i = 0; i < curve.GetKeyFramesCount(); ++i)
-        times.push_back(curve.GetPointTime(i));
-    return times;
 }
 
 // A whole record: v, v+1, ..., v+5 (angle, position X and Y, scale X and Y, opacity). Linear keys keep
@@ -137,11 +115,11 @@ int CheckLockstepAndRoundTrip(IQMXKeyFrame* track, IQMXStorage* store)
     IQMXKeyFrame* copy = NewTrack();
     IQMXStorage* copyStore = Storage(copy);
     EXPECT_EQ(store->WriteTo(bag), S_OK);
-    const std::vector<double> times = CurveTimes(bag, 0);
+    const std::vector<double> times = SavedCurveTimes(bag, 0);
     const int count = track->GetKeyFrameCount();
     EXPECT_EQ(static_cast<int>(times.size()), count);
     for (int key = 1; key < 6; ++key)
-        EXPECT_EQ(CurveTimes(bag, key), times) << "curve " << key;
+        EXPECT_EQ(SavedCurveTimes(bag, key), times) << "curve " << key;
     EXPECT_EQ(copyStore->ReadFrom(bag), S_OK);
     EXPECT_EQ(copy->GetKeyFrameCount(), count);
     for (int k = 0; k < count && k < static_cast<int>(times.size()); ++k) {
@@ -153,7 +131,7 @@ int CheckLockstepAndRoundTrip(IQMXKeyFrame* track, IQMXStorage* store)
     }
     EXPECT_EQ(copyStore->WriteTo(again), S_OK);
     for (int key = 0; key < 6; ++key)
-        EXPECT_EQ(CurveText(again, key), CurveText(bag, key)) << "curve " << key;
+        EXPECT_EQ(SavedCurveText(again, key), SavedCurveText(bag, key)) << "curve " << key;
     EXPECT_EQ(copyStore->Release(), 1u);
     EXPECT_EQ(copy->Release(), 0u);
     EXPECT_EQ(again->Release(), 0u);
