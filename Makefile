@@ -64,4 +64,4 @@ bench: build
 	$(BUILD_DIR)/bin/qmx_bench_track
 
 clean:
-	rm -rf $(BUILD_DIR) $(SANITIZE_DIR) $(TSAN_DIR) build-fuzz $(DEMO_DIR)
+	rm -rf $(BUILD_DIR) $(SANITIZE_DIR) $(TSAN_DIR) build-fuzz build-fuzz-* $(DEMO_DIR)

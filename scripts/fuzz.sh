@@ -3,13 +3,28 @@
 # build-fuzz/, replays the committed regression inputs, then runs each target
 # for SECONDS (default 30) on a scratch copy of its seed corpus. Exits non-zero
 # when any input crashes; prints each run's executions and coverage.
+#
+# For long campaigns: FUZZ_RUNS stops each target after that many executions
+# (SECONDS still bounds it), FUZZ_TARGETS picks targets, FUZZ_SANITIZERS
+# changes the checks (e.g. "undefined", about twice as fast, in
+# build-fuzz-undefined/), FUZZ_OPTIONS adds libFuzzer flags (e.g. -max_len=512)
+# and FUZZ_WORK_DIR keeps the grown corpora there.
 set -euo pipefail
 
 seconds=${1:-30}
 root=$(cd "$(dirname "$0")/.." && pwd)
-build=${FUZZ_BUILD_DIR:-$root/build-fuzz}
+sanitizers=${FUZZ_SANITIZERS:-address,undefined}
+if [[ $sanitizers == address,undefined ]]; then
+    build=${FUZZ_BUILD_DIR:-$root/build-fuzz}
+else
+    build=${FUZZ_BUILD_DIR:-$root/build-fuzz-${sanitizers//,/-}}
+fi
 fuzz=$root/Tests/fuzz
-targets=(curve_text bag operations project_file)
+read -r -a targets <<<"${FUZZ_TARGETS:-curve_text bag operations project_file}"
+limits=(-max_total_time="$seconds")
+[[ -n ${FUZZ_RUNS:-} ]] && limits+=(-runs="$FUZZ_RUNS")
+read -r -a limits_extra <<<"${FUZZ_OPTIONS:-}"
+limits+=("${limits_extra[@]}")
 
 # clang and its fuzzer runtime come from scripts/install-deps.sh.
 if ! [[ -f $(clang++ -print-file-name=libclang_rt.fuzzer-x86_64.a 2>/dev/null) ]]; then
@@ -17,11 +32,17 @@ if ! [[ -f $(clang++ -print-file-name=libclang_rt.fuzzer-x86_64.a 2>/dev/null) ]
     exit 1
 fi
 
-cmake -S "$root" -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DCMAKE_CXX_COMPILER=clang++ -DQMX_FUZZ=ON >/dev/null
+cmake -S "$root" -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DCMAKE_CXX_COMPILER=clang++ -DQMX_FUZZ=ON \
+    -DQMX_FUZZ_SANITIZERS="$sanitizers" >/dev/null
 cmake --build "$build" -j 2 --target "${targets[@]/#/qmx_fuzz_}"
 
-scratch=$(mktemp -d)
-trap 'rm -rf "$scratch"' EXIT
+if [[ -n ${FUZZ_WORK_DIR:-} ]]; then
+    scratch=$FUZZ_WORK_DIR
+    mkdir -p "$scratch"
+else
+    scratch=$(mktemp -d)
+    trap 'rm -rf "$scratch"' EXIT
+fi
 export ASAN_OPTIONS=${ASAN_OPTIONS:-detect_leaks=1}
 status=0
 for target in "${targets[@]}"; do
@@ -36,7 +57,7 @@ for target in "${targets[@]}"; do
     fi
     cp "$fuzz/corpus/$target"/* "$scratch/$target/corpus/"
     log=$scratch/$target/fuzz.log
-    if "$binary" "$scratch/$target/corpus" -dict="$fuzz/qmx.dict" -max_total_time="$seconds" -timeout=10 \
+    if "$binary" "$scratch/$target/corpus" -dict="$fuzz/qmx.dict" "${limits[@]}" -timeout=10 \
         -rss_limit_mb=2048 -print_final_stats=1 -artifact_prefix="$scratch/$target/artifacts/" >"$log" 2>&1; then
         runs=$(sed -n 's/^stat::number_of_executed_units: *//p' "$log")
         echo "$target: $runs executions; $(grep -E '^#[0-9]+[[:space:]]+DONE' "$log" | tail -n 1)"

@@ -177,9 +177,11 @@ TEST(TrackStorage, ReadFromHandMadeBags)
           {Seg(2, 0), one}, {kNames[4], L"#-2147483648"}, {Seg(4, 0), one}, {Seg(5, 0), one}}, {}},
         {{{kNames[3], L"#1"}, {Seg(3, 0), in + L"null,\"note\":\"e\"}"}}, {{3, out + L"null}\n"}}},
         {{{kNames[3], L"#1"}, {Seg(3, 0), in + L"null,\"note\":\"\u00e9\"}"}}, {{3, kFresh}}},
-        // Texts of the wrong shape make the curve's reader throw: the curve so far replaces the old one.
-        {{{kNames[3], L"#1"}, {Seg(3, 0), L"[1,2]"}, {kNames[4], L"#1"}, {Seg(4, 0), in + L"[{}]}"}},
-         {{3, kFresh}, {4, out + L"null}\n"}}}};
+        // Texts of the wrong shape make the curve's reader throw part-way, the last one after the type is
+        // set but not the range (an int curve with real bounds could not be written): each gives a new curve.
+        {{{kNames[3], L"#1"}, {Seg(3, 0), L"[1,2]"}, {kNames[4], L"#1"}, {Seg(4, 0), in + L"[{}]}"},
+          {kNames[2], L"#1"}, {Seg(2, 0), L"{\"ParamType\":1,\"MinValue\":-1e12,\"MaxValue\":9}"}},
+         {{2, kFresh}, {3, kFresh}, {4, kFresh}}}};
     for (const auto& r : rows) {
         Track t;  // two keys on every curve, curve 5 read as an int curve; want: count, segment 0 per key
         KeyFrameParam p{0.0, 10, 20, 30, 1.5, 2.5, 0.5}, q{4.0, -10, 2, 3, 1, 2, 1};
@@ -190,4 +192,18 @@ TEST(TrackStorage, ReadFromHandMadeBags)
             want[2 * key + 1].second = text;
         EXPECT_EQ(t.Read(r.entries).Written(), want) << "row " << &r - rows;
     }
+}
+
+// A track edit stores a real in a curve read as an int curve, which then cannot be written: WriteTo throws
+// before it touches the bag, so no save is left half written, and the lock is released.
+TEST(TrackStorage, UnwritableCurveLeavesTheBagUntouched)
+{
+    Track t;
+    t.Read({{kNames[5], L"#1"}, {Seg(5, 0), L"{\"ParamType\":1,\"nodes\":[[7.0,3,1,0,0]]}"}});
+    KeyFrameParam p{1.0, 10, 20, 30, 1.5, 2.5, 0.5};
+    EXPECT_TRUE(t.keys->AddKeyFrame(p));
+    Recorder rec;
+    EXPECT_THROW(t.store->WriteTo(&rec), core::AnyBadAccess);
+    EXPECT_TRUE(rec.sets.empty());
+    EXPECT_EQ(t.keys->GetKeyFrameCount(), 1);
 }

@@ -315,12 +315,18 @@ void CQMXKeyFrame::CaculateKeyFramePosition(int nFrameIndex, int nRate, double& 
 HRESULT CQMXKeyFrame::WriteTo(IQMXProperties* props)
 {
     std::lock_guard<std::mutex> lock(m_mutex);
+    // All texts are made before the bag is touched: a curve that cannot be
+    // written (a value of the wrong kind for its type) throws with the bag
+    // as it was, never half saved.
+    std::vector<std::pair<int, std::string>> texts;
+    texts.reserve(m_mapKeyFrame.size());
     for (auto& entry : m_mapKeyFrame) {
         IKeyFrame* curve = entry.second.Get();
         QMX_CHECK(curve != nullptr);
-        std::string text = curve->Serialize();
-        SaveKeyFrameParam(props, entry.first, text);
+        texts.emplace_back(entry.first, curve->Serialize());
     }
+    for (auto& [key, text] : texts)
+        SaveKeyFrameParam(props, key, text);
     return S_OK;
 }
 
@@ -356,12 +362,15 @@ HRESULT CQMXKeyFrame::ReadFrom(IQMXProperties* props)
         LoadKeyFrameParam(props, key, text);
         QMXComPtr<IKeyFrame> curve = NewCurve();
         QMX_CHECK(curve.Get() != nullptr);
-        // A text of the wrong shape makes the curve's reader throw. Loading
-        // reports no failure to the host: the curve as far as it was read
-        // replaces the old one all the same.
+        // A text of the wrong shape makes the curve's reader throw, maybe
+        // after it set the type but not the range. Loading reports no failure
+        // to the host: such a text gives a new, empty curve, as an unparsable
+        // one does.
         try {
             curve->Desialize(text.c_str());
         } catch (const std::exception&) {
+            curve = NewCurve();
+            QMX_CHECK(curve.Get() != nullptr);
         }
         Slot(key) = curve;
     }
