@@ -9,6 +9,7 @@
 #include <string>
 
 #include "QMXPropertyBag.h"
+#include "SegmentCounts.h"
 #include "fuzz_common.h"
 
 namespace {
@@ -67,8 +68,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     Write(input);
     QMXComPtr<IQMXProperties> bag = Open();
     FUZZ_CHECK(Contents() == input);  // opening never changes the file, opened or not
-    if (!bag)
-        return 0;
+    if (!bag || !qmxkf::CheckSegmentCounts(bag.Get(), static_cast<long long>(size)).empty())
+        return 0;  // the tool refuses it
 
     // Load the track as the tool does, then save it back.
     QMXComPtr<IQMXKeyFrame> track = fuzz::NewTrack();

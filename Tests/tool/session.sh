@@ -33,6 +33,12 @@ expect bad-rate "qmxkf: --rate: Value -2 not in range 1 to 1000000 (see qmxkf --
 expect missing "qmxkf: nope.qmxbag: No such file or directory" "$qmxkf" list nope.qmxbag
 "$qmxkf" list foreign.qmxbag >/dev/null 2>&1 && fail "a foreign file was accepted"
 "$qmxkf" add p.qmxbag --at nan >/dev/null 2>&1 && fail "a NaN time was accepted"
+# A count naming more segments than the file can hold is refused at once.
+sed 's/"KeyFrameAngle", "int": 1/"KeyFrameAngle", "int": 2147483647/' p.qmxbag > huge.qmxbag
+cp huge.qmxbag huge-before
+expect huge-count "qmxkf: huge.qmxbag: KeyFrameAngle names 2147483647 segments; a file of \
+$(stat -c %s huge.qmxbag) bytes holds at most 1" "$qmxkf" add huge.qmxbag --at 3
+cmp -s huge.qmxbag huge-before || fail "a refused project file was changed"
 cmp -s p.qmxbag before || fail "a failed command changed the project file"
 [[ $(cat foreign.qmxbag) == '{"format": "other"}' ]] || fail "the foreign file was changed"
 expect exists "qmxkf: p.qmxbag: already exists" "$qmxkf" new p.qmxbag

@@ -3,6 +3,7 @@
 #include <sys/stat.h>
 
 #include "QMXPropertyBag.h"
+#include "SegmentCounts.h"
 #include "ToolError.h"
 
 namespace qmxkf {
@@ -16,6 +17,11 @@ Project::Project(const ModuleHost& module, const std::string& path, Open mode) :
     m_bag.Attach(QMXOpenFileProperties(path.c_str(), mode == Open::New ? 1 : 0, error, sizeof error));
     if (!m_bag)
         throw ToolError(error);
+    if (mode == Open::Existing && stat(path.c_str(), &info) == 0) {
+        const std::string refusal = CheckSegmentCounts(m_bag.Get(), info.st_size);
+        if (!refusal.empty())
+            throw ToolError(path + ": " + refusal);
+    }
     m_track = module.CreateTrack();
     m_storage = module.Query<IQMXStorage>(m_track.Get(), module.Id("IID_IQMXStorage"));
     if (!m_storage)
