@@ -26,6 +26,7 @@
 #include "QMXLogger.h"
 #include "QMXModule.h"
 #include "QMXPropertyBag.h"
+#include "SegmentCounts.h"
 
 namespace qmxkf {
 
@@ -429,9 +430,9 @@ const struct {
     const wchar_t* name;
     double KeyFrameParam::*field;
 } kProperties[] = {
-    {L"KeyFrameAngle", &KeyFrameParam::dAngle},         {L"KeyFramePositionX", &KeyFrameParam::dPositionX},
-    {L"KeyFramePositionY", &KeyFrameParam::dPositionY}, {L"KeyFrameOpacity", &KeyFrameParam::dOpacity},
-    {L"KeyFrameScaleX", &KeyFrameParam::dScaleX},       {L"KeyFrameScaleY", &KeyFrameParam::dScaleY}};
+    {kCurveNames[0], &KeyFrameParam::dAngle},     {kCurveNames[1], &KeyFrameParam::dPositionX},
+    {kCurveNames[2], &KeyFrameParam::dPositionY}, {kCurveNames[3], &KeyFrameParam::dOpacity},
+    {kCurveNames[4], &KeyFrameParam::dScaleX},    {kCurveNames[5], &KeyFrameParam::dScaleY}};
 constexpr double KeyFrameParam::*kFields[] = {&KeyFrameParam::dPosition, &KeyFrameParam::dAngle,
                                               &KeyFrameParam::dPositionX, &KeyFrameParam::dPositionY,
                                               &KeyFrameParam::dScaleX,    &KeyFrameParam::dScaleY,
