@@ -13,19 +13,30 @@
 // Entries are sorted by name (wide-character order), one per line. A name or text of valid Unicode is a
 // UTF-8 string ("name", "string"); one holding surrogates or units past U+10FFFF is kept as its 32-bit
 // code units ("nameUnits", "units") so that it comes back exactly.
+//
+// Writers agree through the file's edit lock, flock(LOCK_EX) on the file itself. A save writes a new
+// file and renames it over the old one, so the lock has to move with it: the new file is locked before
+// the rename, and the old descriptor is closed after it. A waiter that then gets the old file's lock
+// sees that the path names another file and waits for that one instead.
+#include <dirent.h>
 #include <fcntl.h>
+#include <signal.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
+#include <chrono>
+#include <climits>
 #include <cstdio>
 #include <cstdint>
 #include <cstring>
 #include <memory>
 #include <mutex>
-#include <set>
 #include <string>
+#include <thread>
 #include <utility>
 
 #include <json/json.h>
@@ -41,46 +52,6 @@ using Entries = PropertyStore::Entries;
 
 constexpr const char* kFormat = "qmxbag";
 constexpr int kVersion = 1;
-
-// The file bags alive in this process, so that a save can tell them from bags of other kinds.
-struct LiveBags {
-    std::mutex mutex;
-    std::set<const IQMXProperties*> bags;
-};
-LiveBags& Live()
-{
-    static LiveBags* live = new LiveBags;  // never destroyed: bags may outlive static destruction
-    return *live;
-}
-
-class FileProperties final : public qmxhost::StoredProperties<FileProperties> {
-public:
-    FileProperties(std::string path, Entries entries)
-        : StoredProperties(std::move(entries)), m_path(std::move(path))
-    {
-        std::lock_guard<std::mutex> lock(Live().mutex);
-        Live().bags.insert(this);
-    }
-    const std::string& Path() const { return m_path; }
-    Entries Snapshot() const { return m_store.Snapshot(); }
-
-    // The file bag behind `bag`, or null for a bag of another kind.
-    static FileProperties* From(IQMXProperties* bag)
-    {
-        std::lock_guard<std::mutex> lock(Live().mutex);
-        return Live().bags.count(bag) != 0 ? static_cast<FileProperties*>(bag) : nullptr;
-    }
-
-private:
-    friend class qmxhost::StoredProperties<FileProperties>;  // the last Release deletes it
-    ~FileProperties()
-    {
-        std::lock_guard<std::mutex> lock(Live().mutex);
-        Live().bags.erase(this);
-    }
-
-    const std::string m_path;
-};
 
 // Copies `message` into `error` (zero-terminated, at most `length` bytes, never cutting a UTF-8 sequence).
 void SetError(char* error, int length, const std::string& message)
@@ -311,26 +282,65 @@ bool Parse(const std::string& text, Entries& entries, std::string& what)
 
 std::string ErrnoText(int code) { return std::strerror(code); }
 
-enum class ReadResult { kRead, kMissing, kFailed };
+constexpr int kSaveWaitMilliseconds = 10000;  // how long a save of a bag without the lock waits for it
+constexpr int kMostLinks = 40;                 // symbolic links followed, as the kernel allows
 
-ReadResult ReadFile(const std::string& path, std::string& text, int& code)
+// Closes its descriptor when it goes, which gives back a lock taken on it.
+class Descriptor {
+public:
+    explicit Descriptor(int fd = -1) : m_fd(fd) {}
+    Descriptor(const Descriptor&) = delete;
+    Descriptor& operator=(const Descriptor&) = delete;
+    ~Descriptor() { Reset(); }
+    int Get() const { return m_fd; }
+    void Reset(int fd = -1)
+    {
+        if (m_fd >= 0)
+            ::close(m_fd);
+        m_fd = fd;
+    }
+    int Release() { return std::exchange(m_fd, -1); }
+
+private:
+    int m_fd;
+};
+
+// Which version of its file a bag last read or wrote, or that there was none: a save by a bag that does
+// not hold the edit lock replaces only that version.
+struct FileIdentity {
+    bool exists = false;
+    dev_t device = 0;
+    ino_t inode = 0;
+    off_t size = 0;
+    timespec modified{};
+
+    static FileIdentity Of(const struct stat& info)
+    {
+        return {true, info.st_dev, info.st_ino, info.st_size, info.st_mtim};
+    }
+    bool operator==(const FileIdentity& other) const
+    {
+        return exists == other.exists && device == other.device && inode == other.inode &&
+               size == other.size && modified.tv_sec == other.modified.tv_sec &&
+               modified.tv_nsec == other.modified.tv_nsec;
+    }
+};
+
+// The whole content of `fd` and what fstat says of its file, taken before reading so that a change
+// while reading shows at the next save; 0 or the errno of the failure.
+int ReadVersion(int fd, std::string& text, struct stat& info)
 {
-    const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
-    if (fd < 0)
-        return code = errno, code == ENOENT ? ReadResult::kMissing : ReadResult::kFailed;
+    if (::fstat(fd, &info) != 0)
+        return errno;
     char buffer[65536];
     for (;;) {
         const ssize_t n = ::read(fd, buffer, sizeof buffer);
-        if (n > 0) {
+        if (n > 0)
             text.append(buffer, size_t(n));
-        } else if (n == 0) {
-            ::close(fd);
-            return ReadResult::kRead;
-        } else if (errno != EINTR) {
-            code = errno;
-            ::close(fd);
-            return ReadResult::kFailed;
-        }
+        else if (n == 0)
+            return 0;
+        else if (errno != EINTR)
+            return errno;
     }
 }
 
@@ -351,43 +361,312 @@ std::string DirectoryOf(const std::string& path)
     return slash == std::string::npos ? "." : slash == 0 ? "/" : path.substr(0, slash);
 }
 
-// Writes `text` beside `path`, syncs it and renames it over `path`; 0 or the errno of the failure, with
-// the temporary file removed.
-int ReplaceFile(const std::string& path, const std::string& text)
+// The file that `path` names once the symbolic links of its last component are followed, so that a
+// save replaces that file and keeps the links; 0 or the errno. Whatever is not a link (a missing
+// file included) is left for opening and saving to report.
+int FollowLinks(const std::string& path, std::string& target)
+{
+    target = path;
+    for (int links = 0;; ++links) {
+        char buffer[4096];
+        const ssize_t n = ::readlink(target.c_str(), buffer, sizeof buffer);
+        if (n <= 0)
+            return 0;
+        if (links == kMostLinks)
+            return ELOOP;
+        if (size_t(n) == sizeof buffer)
+            return ENAMETOOLONG;
+        const std::string next(buffer, size_t(n));
+        const size_t slash = target.rfind('/');  // a relative link is relative to its own directory
+        target = next[0] == '/' || slash == std::string::npos ? next : target.substr(0, slash + 1) + next;
+    }
+}
+
+// A file is read-only when the caller may not write it, and also when it has no write permission at
+// all: a file marked read-only stays so for a privileged user too.
+bool IsReadOnly(const std::string& target, mode_t mode)
+{
+    return (mode & 0222) == 0 || (::faccessat(AT_FDCWD, target.c_str(), W_OK, AT_EACCESS) != 0 &&
+                                  (errno == EACCES || errno == EROFS));
+}
+
+enum class Lock { kTaken, kMissing, kBusy, kFailed };
+
+// Opens `target` and takes its edit lock, waiting at most `waitMilliseconds` (polling, with pauses
+// growing from 1 to 32 ms). The lock is held on the file that the path names once taken: when a save
+// renamed another file over it meanwhile (or it was removed), the wait goes on for the file there now.
+Lock TakeLock(const std::string& target, int waitMilliseconds, int& fd, int& code)
+{
+    using Clock = std::chrono::steady_clock;
+    const Clock::time_point deadline =
+        Clock::now() + std::chrono::milliseconds(std::max(waitMilliseconds, 0));
+    std::chrono::milliseconds pause(1);
+    Descriptor file;
+    for (;;) {
+        if (file.Get() < 0) {
+            file.Reset(::open(target.c_str(), O_RDONLY | O_CLOEXEC));
+            if (file.Get() < 0)
+                return code = errno, code == ENOENT ? Lock::kMissing : Lock::kFailed;
+        }
+        if (::flock(file.Get(), LOCK_EX | LOCK_NB) == 0) {
+            struct stat held, named;
+            if (::fstat(file.Get(), &held) == 0 && ::stat(target.c_str(), &named) == 0 &&
+                held.st_dev == named.st_dev && held.st_ino == named.st_ino) {
+                fd = file.Release();
+                return Lock::kTaken;
+            }
+            file.Reset();  // replaced or removed while waiting: the file there now is the one to lock
+        } else if (errno != EWOULDBLOCK && errno != EINTR) {
+            code = errno;
+            return Lock::kFailed;
+        }
+        const Clock::duration left = deadline - Clock::now();
+        if (left <= Clock::duration::zero())
+            return Lock::kBusy;
+        if (file.Get() >= 0) {
+            std::this_thread::sleep_for(std::min<Clock::duration>(pause, left));
+            pause = std::min(pause * 2, std::chrono::milliseconds(32));
+        }
+    }
+}
+
+// The process id in a temporary file's "<pid>-<n>", or 0 when `tail` is not of that form.
+pid_t TemporaryOwner(const char* tail)
+{
+    long pid = 0;
+    const char* c = tail;
+    for (; *c >= '0' && *c <= '9' && pid <= INT_MAX; ++c)
+        pid = pid * 10 + (*c - '0');
+    if (c == tail || *c != '-' || pid > INT_MAX || c[1] == '\0')
+        return 0;
+    while (*++c != '\0')
+        if (*c < '0' || *c > '9')
+            return 0;
+    return pid_t(pid);
+}
+
+// Removes the temporary files that saves of `target` killed before their rename left beside it:
+// "<name>.tmp-<pid>-<n>" of a process that no longer exists and locked by no one. Called under the
+// edit lock of `target`, so no save of it is under way in any process that keeps to the lock.
+void RemoveStaleTemporaries(const std::string& target)
+{
+    const size_t slash = target.rfind('/');
+    const std::string prefix = target.substr(slash == std::string::npos ? 0 : slash + 1) + ".tmp-";
+    DIR* directory = ::opendir(DirectoryOf(target).c_str());
+    if (directory == nullptr)
+        return;
+    while (const dirent* entry = ::readdir(directory)) {
+        const char* name = entry->d_name;
+        if (std::strncmp(name, prefix.c_str(), prefix.size()) != 0)
+            continue;
+        const pid_t pid = TemporaryOwner(name + prefix.size());
+        if (pid <= 0 || ::kill(pid, 0) == 0 || errno != ESRCH)
+            continue;
+        const Descriptor file(
+            ::openat(::dirfd(directory), name, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+        struct stat info;
+        if (file.Get() >= 0 && ::fstat(file.Get(), &info) == 0 && S_ISREG(info.st_mode) &&
+            ::flock(file.Get(), LOCK_EX | LOCK_NB) == 0)
+            ::unlinkat(::dirfd(directory), name, 0);
+    }
+    ::closedir(directory);
+}
+
+class FileProperties final : public qmxhost::StoredProperties<FileProperties> {
+public:
+    // `lock` is the descriptor holding the edit lock of an editing bag's file (-1 when there was no file).
+    FileProperties(std::string path, std::string target, Entries entries, FileIdentity read, bool editing,
+                   int lock)
+        : StoredProperties(std::move(entries)),
+          m_path(std::move(path)),
+          m_target(std::move(target)),
+          m_editing(editing),
+          m_known(read),
+          m_lock(lock)
+    {
+    }
+
+    // Writes the entries to the file; false with the whole message in `message`.
+    bool Save(std::string& message);
+
+private:
+    friend class qmxhost::StoredProperties<FileProperties>;  // the last Release deletes it
+    ~FileProperties() = default;
+
+    bool Fails(std::string& message, const std::string& what) const;
+    bool Replace(const std::string& text, const Entries& entries, const struct stat* old,
+                 std::string& message);
+
+    const std::string m_path;    // as the caller gave it, for messages
+    const std::string m_target;  // the file it names
+    const bool m_editing;
+    std::mutex m_saving;  // one save at a time; guards the members below
+    FileIdentity m_known;
+    Descriptor m_lock;
+};
+
+// `message` is "<path><what>" (`what` starts with ": " or " "); always false.
+bool FileProperties::Fails(std::string& message, const std::string& what) const
+{
+    message = m_path + what;
+    return false;
+}
+
+bool FileProperties::Save(std::string& message)
+{
+    std::lock_guard<std::mutex> saving(m_saving);
+    const Entries entries = m_store.Snapshot();
+    const std::string text = Serialize(entries);
+    const std::string changed = " was changed by another process since it was opened";
+    if (!m_known.exists)  // nothing to lock yet: the file is created only if it is still missing
+        return Replace(text, entries, nullptr, message);
+    Descriptor taken;  // the lock of a bag that holds none, for this save only
+    if (m_lock.Get() < 0) {
+        int fd = -1, code = 0;
+        switch (TakeLock(m_target, kSaveWaitMilliseconds, fd, code)) {
+        case Lock::kTaken:
+            taken.Reset(fd);
+            break;
+        case Lock::kMissing:
+            return Fails(message, changed);
+        case Lock::kBusy:
+            return Fails(message, " is being edited by another process");
+        case Lock::kFailed:
+            return Fails(message, ": " + ErrnoText(code));
+        }
+    }
+    struct stat old;
+    if (::stat(m_target.c_str(), &old) != 0)
+        return Fails(message, errno == ENOENT ? changed : ": " + ErrnoText(errno));
+    if (!(FileIdentity::Of(old) == m_known))
+        return Fails(message, changed);
+    if (IsReadOnly(m_target, old.st_mode))
+        return Fails(message, " is read-only");
+    RemoveStaleTemporaries(m_target);
+    return Replace(text, entries, &old, message);
+}
+
+// Puts `text` (the document of `entries`) in place of the file `old` describes, or creates the file
+// when `old` is null: through a temporary file beside it that is written, synced, read back, given the
+// old file's mode and owner and locked before it takes the file's name. Any refusal removes the
+// temporary file and leaves the target as it was.
+bool FileProperties::Replace(const std::string& text, const Entries& entries, const struct stat* old,
+                             std::string& message)
 {
     static std::atomic<unsigned> counter{0};
     // A save killed earlier may have left its file behind under a name this process would pick
     // again (process ids are reused), so a taken name means: try the next.
     std::string temporary;
-    int fd = -1;
-    for (int attempt = 0; fd < 0; ++attempt) {
-        temporary = path + ".tmp-" + std::to_string(::getpid()) + "-" + std::to_string(counter++);
-        fd = ::open(temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
-        if (fd < 0 && (errno != EEXIST || attempt == 1000))
-            return errno;
+    Descriptor file;
+    for (int attempt = 0; file.Get() < 0; ++attempt) {
+        temporary = m_target + ".tmp-" + std::to_string(::getpid()) + "-" + std::to_string(counter++);
+        // Private until it has the old file's mode: it is about to hold that file's content.
+        file.Reset(::open(temporary.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, old ? 0600 : 0666));
+        if (file.Get() < 0 && (errno != EEXIST || attempt == 1000))
+            return Fails(message, ": " + ErrnoText(errno));
     }
-    struct stat old;
-    if (::stat(path.c_str(), &old) == 0 && S_ISREG(old.st_mode))
-        (void)::fchmod(fd, old.st_mode & 07777);  // keeps the file's mode; best effort
-    int code = 0;
-    if (!WriteAll(fd, text) || ::fsync(fd) != 0)
-        code = errno;
-    if (::close(fd) != 0 && code == 0)
-        code = errno;
-    if (code == 0 && ::rename(temporary.c_str(), path.c_str()) != 0)
-        code = errno;
-    if (code != 0) {
+    const auto refuse = [&](const std::string& what) {
         ::unlink(temporary.c_str());
-        return code;
+        return Fails(message, what);
+    };
+    const auto failed = [&] { return refuse(": " + ErrnoText(errno)); };
+    if (::flock(file.Get(), LOCK_EX | LOCK_NB) != 0)
+        return failed();
+    if (old != nullptr) {
+        // Owner before mode: a change of owner clears the set-id bits. A privileged user keeps both
+        // ids (or saves nothing); another becomes the owner and keeps the group where it is one of its.
+        const bool privileged = ::geteuid() == 0;
+        if (privileged && ::fchown(file.Get(), old->st_uid, old->st_gid) != 0)
+            return failed();
+        if (!privileged && old->st_gid != ::getegid())
+            (void)::fchown(file.Get(), uid_t(-1), old->st_gid);
+        if (::fchmod(file.Get(), old->st_mode & 07777) != 0)
+            return failed();
     }
+    if (!WriteAll(file.Get(), text) || ::fsync(file.Get()) != 0)
+        return failed();
+    // What reopening the file will give: the same bytes, parsed to the same entries.
+    std::string back, what;
+    struct stat written;
+    Entries reread;
+    if (::lseek(file.Get(), 0, SEEK_SET) != 0 || (errno = ReadVersion(file.Get(), back, written)) != 0)
+        return failed();
+    if (back != text || !Parse(back, reread, what) || !(reread == entries))
+        return refuse(": the written file does not read back as the bag's entries");
+    if (old != nullptr) {
+        if (::rename(temporary.c_str(), m_target.c_str()) != 0)
+            return failed();
+    } else {
+        // Only where nothing is: link(2), or where the file system has no links, a rename that
+        // replaces nothing.
+        int code = ::link(temporary.c_str(), m_target.c_str()) == 0 ? 0 : errno;
+        const bool linked = code == 0;
+        if (code == EPERM || code == EOPNOTSUPP || code == ENOSYS || code == EMLINK) {
+            const int renamed =
+                ::renameat2(AT_FDCWD, temporary.c_str(), AT_FDCWD, m_target.c_str(), RENAME_NOREPLACE);
+            code = renamed == 0 ? 0 : errno;
+        }
+        if (code != 0)
+            return refuse(code == EEXIST ? ": already exists" : ": " + ErrnoText(code));
+        if (linked)
+            ::unlink(temporary.c_str());
+    }
+    // The file is in place: the lock moves to it (an editing bag keeps it, other bags give it back on
+    // return) and this version is the one the next save may replace.
+    m_known = FileIdentity::Of(written);
+    if (m_editing)
+        m_lock.Reset(file.Release());
     // The rename is durable only once the directory is synced; some file systems cannot sync one.
-    const int dir = ::open(DirectoryOf(path).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    if (dir < 0)
-        return errno;
-    if (::fsync(dir) != 0 && errno != EINVAL && errno != ENOTSUP)
-        code = errno;
-    ::close(dir);
-    return code;
+    const Descriptor directory(::open(DirectoryOf(m_target).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (directory.Get() < 0 || (::fsync(directory.Get()) != 0 && errno != EINVAL && errno != ENOTSUP))
+        return Fails(message, ": " + ErrnoText(errno));
+    return true;
+}
+
+// A bag for `path`: its file read (through the descriptor holding its edit lock when `editing`), or
+// empty for a missing file that may be created; null with the whole message in `message` otherwise.
+IQMXProperties* OpenBag(const std::string& path, bool createIfMissing, bool editing, int waitMilliseconds,
+                        std::string& message)
+{
+    std::string target;
+    int code = FollowLinks(path, target), fd = -1;
+    Lock lock = Lock::kFailed;
+    if (code == 0 && editing)
+        lock = TakeLock(target, waitMilliseconds, fd, code);
+    else if (code == 0 && (fd = ::open(target.c_str(), O_RDONLY | O_CLOEXEC)) >= 0)
+        lock = Lock::kTaken;  // no lock: only the file, open
+    else if (code == 0)
+        code = errno, lock = code == ENOENT ? Lock::kMissing : Lock::kFailed;
+    if (lock == Lock::kBusy) {
+        message = path + " is being edited by another process";
+        return nullptr;
+    }
+    if (lock == Lock::kMissing && createIfMissing)
+        return new FileProperties(path, target, Entries(), FileIdentity(), editing, -1);
+    if (lock != Lock::kTaken) {
+        message = path + ": " + ErrnoText(code);
+        return nullptr;
+    }
+    Descriptor file(fd);
+    std::string text, what;
+    struct stat read;
+    Entries entries;
+    if ((code = ReadVersion(file.Get(), text, read)) != 0) {
+        what = ErrnoText(code);
+    } else if (editing && IsReadOnly(target, read.st_mode)) {
+        message = path + " is read-only";
+        return nullptr;
+    } else {
+        try {
+            if (Parse(text, entries, what))
+                return new FileProperties(path, target, std::move(entries), FileIdentity::Of(read), editing,
+                                          editing ? file.Release() : -1);
+        } catch (const std::exception& e) {  // the reader's own failures (e.g. nesting too deep)
+            what = e.what();
+        }
+    }
+    message = path + ": " + what;
+    return nullptr;
 }
 
 }  // namespace
@@ -395,46 +674,34 @@ int ReplaceFile(const std::string& path, const std::string& text)
 extern "C" IQMXProperties* QMXOpenFileProperties(const char* path, int createIfMissing, char* error,
                                                  int errorLength)
 {
-    if (path == nullptr) {
-        SetError(error, errorLength, "no file name given");
-        return nullptr;
-    }
-    std::string text;
-    int code = 0;
-    Entries entries;
-    std::string what;
-    switch (ReadFile(path, text, code)) {
-    case ReadResult::kMissing:
-        if (createIfMissing)
-            return new FileProperties(path, Entries());
-        what = ErrnoText(code);
-        break;
-    case ReadResult::kFailed:
-        what = ErrnoText(code);
-        break;
-    case ReadResult::kRead:
-        try {
-            if (Parse(text, entries, what))
-                return new FileProperties(path, std::move(entries));
-        } catch (const std::exception& e) {  // the reader's own failures (e.g. nesting too deep)
-            what = e.what();
-        }
-        break;
-    }
-    SetError(error, errorLength, std::string(path) + ": " + what);
-    return nullptr;
+    std::string message = "no file name given";
+    IQMXProperties* bag = path != nullptr ? OpenBag(path, createIfMissing != 0, false, 0, message) : nullptr;
+    if (bag == nullptr)
+        SetError(error, errorLength, message);
+    return bag;
+}
+
+extern "C" IQMXProperties* QMXEditFileProperties(const char* path, int createIfMissing, int waitMilliseconds,
+                                                 char* error, int errorLength)
+{
+    std::string message = "no file name given";
+    IQMXProperties* bag =
+        path != nullptr ? OpenBag(path, createIfMissing != 0, true, waitMilliseconds, message) : nullptr;
+    if (bag == nullptr)
+        SetError(error, errorLength, message);
+    return bag;
 }
 
 extern "C" HRESULT QMXSaveFileProperties(IQMXProperties* bag, char* error, int errorLength)
 {
-    FileProperties* file = bag != nullptr ? FileProperties::From(bag) : nullptr;
+    FileProperties* file = FileProperties::From(bag);
     if (file == nullptr) {
         SetError(error, errorLength, "not a file-backed property bag");
         return E_POINTER;
     }
-    const int code = ReplaceFile(file->Path(), Serialize(file->Snapshot()));
-    if (code == 0)
+    std::string message;
+    if (file->Save(message))
         return S_OK;
-    SetError(error, errorLength, file->Path() + ": " + ErrnoText(code));
+    SetError(error, errorLength, message);
     return E_FAIL;
 }

@@ -1,4 +1,4 @@
-// The in-memory property bag: named integers and wide strings, kept exactly.
+// The in-memory property bag, and what every bag of this runtime answers.
 #include "PropertyStore.h"
 #include "QMXPropertyBag.h"
 
@@ -14,4 +14,10 @@ class MemoryProperties final : public qmxhost::StoredProperties<MemoryProperties
 extern "C" IQMXProperties* QMXCreateMemoryProperties()
 {
     return new MemoryProperties;
+}
+
+extern "C" HRESULT QMXRemoveProperty(IQMXProperties* bag, const wchar_t* name)
+{
+    qmxhost::PropertyStore* store = qmxhost::LiveBags::Find(bag).store;
+    return store != nullptr && name != nullptr ? store->Remove(name) : E_POINTER;
 }

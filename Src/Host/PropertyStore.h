@@ -1,4 +1,5 @@
-// The entry store behind the host's property bags, and the bag face both bags share.
+// The entry store behind the host's property bags, the bag face both bags share, and the registry that
+// tells the runtime's bags from others.
 #pragma once
 
 #include <map>
@@ -18,6 +19,10 @@ public:
         bool isInt;
         int number;
         std::wstring text;
+        bool operator==(const Entry& other) const
+        {
+            return isInt == other.isInt && number == other.number && text == other.text;
+        }
     };
     using Entries = std::map<std::wstring, Entry>;
 
@@ -69,6 +74,13 @@ public:
         m_entries[name] = Entry{false, 0, value};
         return S_OK;
     }
+    HRESULT Remove(const wchar_t* name)
+    {
+        if (name == nullptr)
+            return E_POINTER;
+        std::lock_guard<std::mutex> lock(m_mutex);
+        return m_entries.erase(name) != 0 ? S_OK : E_FAIL;
+    }
     // A consistent copy of every entry, for writing out.
     Entries Snapshot() const
     {
@@ -81,11 +93,56 @@ private:
     Entries m_entries;
 };
 
+// The bags of this runtime alive in the process, each with its kind and store, so that the runtime's
+// functions can tell its own bags from bags of other kinds without ever calling into a foreign one.
+class LiveBags {
+public:
+    struct Record {
+        const void* kind;
+        PropertyStore* store;
+    };
+    static void Add(const IQMXProperties* bag, Record what)
+    {
+        std::lock_guard<std::mutex> lock(Live().mutex);
+        Live().bags.emplace(bag, what);
+    }
+    static void Remove(const IQMXProperties* bag)
+    {
+        std::lock_guard<std::mutex> lock(Live().mutex);
+        Live().bags.erase(bag);
+    }
+    // The kind and store of `bag`, or a null store for a bag of another kind.
+    static Record Find(const IQMXProperties* bag)
+    {
+        std::lock_guard<std::mutex> lock(Live().mutex);
+        const auto it = Live().bags.find(bag);
+        return it != Live().bags.end() ? it->second : Record{nullptr, nullptr};
+    }
+
+private:
+    struct Registry {
+        std::mutex mutex;
+        std::map<const IQMXProperties*, Record> bags;
+    };
+    static Registry& Live()
+    {
+        static Registry* live = new Registry;  // never destroyed: bags may outlive static destruction
+        return *live;
+    }
+};
+
 // IUnknown and the four bag operations over a PropertyStore. `Bag` is the final class; the last
-// Release deletes it as a `Bag`, so the interface needs no virtual destructor.
+// Release deletes it as a `Bag`, so the interface needs no virtual destructor. Every such bag is
+// registered in LiveBags while it lives.
 template <class Bag>
 class StoredProperties : public IQMXProperties {
 public:
+    // The bag of kind `Bag` behind `bag`, or null for a bag of another kind.
+    static Bag* From(IQMXProperties* bag)
+    {
+        return LiveBags::Find(bag).kind == Kind() ? static_cast<Bag*>(bag) : nullptr;
+    }
+
     HRESULT QueryInterface(const _GUID& iid, void** ppv) override
     {
         if (ppv == nullptr)
@@ -116,13 +173,22 @@ public:
     }
 
 protected:
-    StoredProperties() = default;
-    explicit StoredProperties(PropertyStore::Entries entries) : m_store(std::move(entries)) {}
-    ~StoredProperties() = default;
+    StoredProperties() { LiveBags::Add(this, {Kind(), &m_store}); }
+    explicit StoredProperties(PropertyStore::Entries entries) : m_store(std::move(entries))
+    {
+        LiveBags::Add(this, {Kind(), &m_store});
+    }
+    ~StoredProperties() { LiveBags::Remove(this); }
 
     PropertyStore m_store;
 
 private:
+    static const void* Kind()  // one address per kind of bag
+    {
+        static const char kind = 0;
+        return &kind;
+    }
+
     volatile int32_t m_cRefCount = 1;
 };
 

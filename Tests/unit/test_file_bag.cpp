@@ -1,13 +1,20 @@
-// The file-backed bag: the document it writes, round trips, a track through a file, refused files, saves.
+// The file-backed bag: the document it writes, round trips, a track through a file, refused files, saves,
+// editors of one file.
 #include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
+#include <chrono>
+#include <climits>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <iterator>
 #include <set>
 #include <string>
+#include <thread>
 #include <tuple>
 #include <vector>
 
@@ -178,16 +185,16 @@ TEST(FileBag, MissingFilesAndFailedSaves)
     ASSERT_NE(bag = QMXOpenFileProperties(gone.c_str(), 0, nullptr, 0), nullptr);
     EXPECT_TRUE(bag->GetProperty(L"", nullptr) == E_POINTER && bag->Release() == 0);
     const bool locked = access((dir / "locked").c_str(), W_OK) != 0;  // not so for a privileged user
-    const std::pair<std::string, int> rows[] = {{dir / "no/x", ENOENT}, {dir / "d", EISDIR},
+    const std::pair<std::string, int> rows[] = {{dir / "no/x", ENOENT}, {dir / "d", EEXIST},
                                                 {dir / "locked/x", EACCES}};
     for (const auto& [path, code] : rows) {
         bag = QMXOpenFileProperties(path.c_str(), 1, error, sizeof error);
         ASSERT_NE(bag, nullptr) << error;
-        if (code == EISDIR)
-            fs::create_directory(path);  // after opening: the save cannot rename over it
+        if (code == EEXIST)
+            fs::create_directory(path);  // after opening: the save creates nothing in its place
         if (code != EACCES || locked) {
             EXPECT_EQ(QMXSaveFileProperties(bag, error, sizeof error), E_FAIL);
-            EXPECT_EQ(error, path + ": " + strerror(code));
+            EXPECT_EQ(error, path + ": " + (code == EEXIST ? "already exists" : strerror(code)));
         }
         EXPECT_EQ(bag->Release(), 0u);
     }
@@ -198,4 +205,145 @@ TEST(FileBag, MissingFilesAndFailedSaves)
         EXPECT_STREQ(error, "not a file-backed property bag");
     }
     EXPECT_EQ(memory->Release(), 0u);
+}
+
+// One editor at a time, in this process or another: a second one is refused after its wait with
+// "<path> is being edited by another process" and gets the file once the first is gone.
+TEST(FileBag, OneEditorAtATime)
+{
+    TempDir dir;
+    const std::string path = dir / "e.qmxbag";
+    IQMXProperties* bag = QMXOpenFileProperties(path.c_str(), 1, nullptr, 0);
+    ASSERT_TRUE(QMXSaveFileProperties(bag, nullptr, 0) == S_OK && bag->Release() == 0);
+    for (const bool otherProcess : {false, true}) {
+        int ready[2], done[2];
+        char error[200] = "", c = 0;
+        ASSERT_TRUE(pipe(ready) == 0 && pipe(done) == 0);
+        const pid_t child = otherProcess ? fork() : -1;
+        const auto edit = [&] {  // and keeps editing across a save
+            bag = QMXEditFileProperties(path.c_str(), 0, 0, nullptr, 0);
+            return bag != nullptr && QMXSaveFileProperties(bag, nullptr, 0) == S_OK;
+        };
+        if (child == 0) {  // holds the lock until told to go (or the test is gone)
+            close(done[1]);
+            c = edit() ? 'y' : 'n';
+            _exit(write(ready[1], &c, 1) == 1 && read(done[0], &c, 1) == 1 ? 0 : 1);
+        }
+        ASSERT_TRUE(otherProcess ? read(ready[0], &c, 1) == 1 && c == 'y' : edit());
+        EXPECT_EQ(QMXEditFileProperties(path.c_str(), 0, 50, error, sizeof error), nullptr);
+        EXPECT_EQ(error, path + " is being edited by another process");
+        int status = 0;
+        if (otherProcess)
+            EXPECT_TRUE(write(done[1], "x", 1) == 1 && waitpid(child, &status, 0) == child && status == 0);
+        else
+            EXPECT_EQ(bag->Release(), 0u);
+        ASSERT_NE(bag = QMXEditFileProperties(path.c_str(), 0, 5000, error, sizeof error), nullptr) << error;
+        EXPECT_EQ(bag->Release(), 0u);
+        for (int fd : {ready[0], ready[1], done[0], done[1]})
+            close(fd);
+    }
+}
+
+// An editor that creates its file holds it from then on, and keeps it across a save, which puts a new
+// file in its place: a waiter that got the replaced file's lock waits on for the new one and reads what
+// was saved there.
+TEST(FileBag, WaiterReadsTheHoldersSave)
+{
+    TempDir dir;
+    const std::string path = dir / "w.qmxbag";
+    IQMXProperties *holder = QMXEditFileProperties(path.c_str(), 1, 0, nullptr, 0), *waiter = nullptr;
+    ASSERT_EQ(QMXSaveFileProperties(holder, nullptr, 0), S_OK);
+    std::thread wait([&] { waiter = QMXEditFileProperties(path.c_str(), 0, 20000, nullptr, 0); });
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));  // the waiter has opened the first file
+    EXPECT_TRUE(holder->SetInt(L"n", 2) == S_OK && QMXSaveFileProperties(holder, nullptr, 0) == S_OK);
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));  // ... and locked it, now it is replaced
+    EXPECT_EQ(holder->Release(), 0u);
+    wait.join();
+    int n = 0;
+    ASSERT_NE(waiter, nullptr);
+    EXPECT_TRUE(waiter->GetInt(L"n", &n) == S_OK && n == 2 && waiter->Release() == 0);
+}
+
+// A save that would lose someone else's work, or write a read-only file, is refused with one line and
+// leaves the file byte for byte and no temporary file; a read-only file is not opened for editing.
+TEST(FileBag, RefusesSavesThatWouldLoseWork)
+{
+    TempDir dir;
+    const std::string path = dir / "r.qmxbag", readOnly = " is read-only",
+                      changed = " was changed by another process since it was opened";
+    const auto put = [](const std::string& file) {
+        std::ofstream(file) << R"({"format": "qmxbag", "version": 1, "entries": []})";
+    };
+    const std::tuple<bool, std::function<void()>, std::string> rows[] = {
+        {false, [&] { put(path); }, ": already exists"},
+        {true, [&] { put(path); }, changed},  // written in place
+        {true, [&] { put(path + ".new"), fs::rename(path + ".new", path); }, changed},  // replaced
+        {true, [&] { fs::permissions(path, fs::perms(0444)); }, readOnly}};  // for a privileged user too
+    for (const auto& [exists, behind, message] : rows) {
+        IQMXProperties* bag = QMXOpenFileProperties(path.c_str(), 1, nullptr, 0);
+        ASSERT_EQ(!exists || QMXSaveFileProperties(bag, nullptr, 0) == S_OK, true);
+        behind();
+        const std::string before = Bytes(path);
+        char error[200] = "";
+        EXPECT_EQ(bag->SetInt(L"x", 1), S_OK);
+        EXPECT_EQ(QMXSaveFileProperties(bag, error, sizeof error), E_FAIL);
+        EXPECT_EQ(error, path + message);
+        EXPECT_TRUE(Bytes(path) == before && dir.Names() == std::set<fs::path>{path} && bag->Release() == 0);
+        if (message == readOnly) {
+            EXPECT_EQ(QMXEditFileProperties(path.c_str(), 0, 0, error, sizeof error), nullptr);
+            EXPECT_EQ(error, path + message);
+        }
+        fs::remove(path);
+    }
+}
+
+// Saves through a chain of relative symbolic links replace the file at its end and keep the links, the
+// file's mode and (for a privileged user) its owner, and remove temporary files of killed saves only.
+TEST(FileBag, SavesKeepLinksModeAndOwner)
+{
+    TempDir dir;
+    const std::string target = dir / "t.qmxbag", link = dir / "sub/l2", live = target + ".tmp-1-0";
+    IQMXProperties* bag = QMXOpenFileProperties(target.c_str(), 1, nullptr, 0);
+    ASSERT_TRUE(QMXSaveFileProperties(bag, nullptr, 0) == S_OK && bag->Release() == 0);
+    fs::create_directory(dir / "sub");
+    fs::create_symlink("t.qmxbag", dir / "l1");
+    fs::create_symlink("../l1", link);
+    fs::permissions(target, fs::perms(0640));
+    const bool root = geteuid() == 0;
+    EXPECT_EQ(root ? chown(target.c_str(), 4321, 4321) : 0, 0);
+    for (const std::string& stale : {live, target + ".tmp-" + std::to_string(INT_MAX) + "-0"})
+        std::ofstream(stale) << "";  // process 1 lives; INT_MAX is past every process id
+    for (int edit : {0, 1}) {
+        bag = edit ? QMXEditFileProperties(link.c_str(), 0, 0, nullptr, 0)
+                   : QMXOpenFileProperties(link.c_str(), 0, nullptr, 0);
+        ASSERT_NE(bag, nullptr);
+        for (int save : {1, 2})  // the second replaces the file the first wrote
+            EXPECT_TRUE(bag->SetInt(L"k", edit * 10 + save) == S_OK &&
+                        QMXSaveFileProperties(bag, nullptr, 0) == S_OK);
+        EXPECT_EQ(bag->Release(), 0u);
+        struct stat info {};
+        EXPECT_TRUE(stat(target.c_str(), &info) == 0 && (info.st_mode & 07777) == 0640);
+        EXPECT_TRUE(!root || (info.st_uid == 4321 && info.st_gid == 4321));
+        EXPECT_NE(Bytes(target).find("\"int\": " + std::to_string(edit * 10 + 2)), std::string::npos);
+    }
+    EXPECT_TRUE(fs::is_symlink(dir / "l1") && fs::is_symlink(link));
+    EXPECT_EQ(dir.Names(), (std::set<fs::path>{dir / "l1", dir / "sub", target, live}));
+}
+
+// QMXRemoveProperty removes entries from either bag of this runtime: E_FAIL for a missing one, E_POINTER
+// for a null argument or a bag of another kind (never called).
+TEST(FileBag, RemovesEntriesFromTheRuntimesBags)
+{
+    TempDir dir;
+    const std::string path = dir / "m";
+    for (IQMXProperties* bag : {QMXCreateMemoryProperties(), QMXOpenFileProperties(path.c_str(), 1, 0, 0)}) {
+        CQMXValue v;
+        EXPECT_TRUE(bag->SetInt(L"a", 1) == S_OK && bag->SetString(L"b", L"x") == S_OK);
+        EXPECT_TRUE(QMXRemoveProperty(bag, L"a") == S_OK && QMXRemoveProperty(bag, L"a") == E_FAIL);
+        EXPECT_TRUE(bag->GetProperty(L"a", &v) == E_FAIL && bag->GetProperty(L"b", &v) == S_OK);
+        EXPECT_TRUE(QMXRemoveProperty(bag, nullptr) == E_POINTER && bag->Release() == 0);
+    }
+    int other = 0;
+    EXPECT_EQ(QMXRemoveProperty(reinterpret_cast<IQMXProperties*>(&other), L"a"), E_POINTER);
+    EXPECT_EQ(QMXRemoveProperty(nullptr, L"a"), E_POINTER);
 }
