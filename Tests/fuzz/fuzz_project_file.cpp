@@ -1,15 +1,21 @@
-// The input as a project file (a file-backed property bag holding a track), as
-// the command-line host loads and saves it. A file that does not open gives a
-// message and stays as it was; one that opens loads a track, saves with it,
-// and reopens to the same entries.
+// The input as a project file, through the command-line host's own project
+// code. A file that the tool refuses is refused by every edit and stays byte
+// for byte as it was. A file that it loads takes a few edits chosen by the
+// input: each is applied or refused with the track unchanged, never stopping
+// the program; then the save is refused with the file unchanged, or the file
+// loads again, its six curves in lockstep, to exactly the keys that were saved.
+#include <dlfcn.h>
 #include <fcntl.h>
 #include <unistd.h>
 
 #include <cstdlib>
+#include <functional>
+#include <random>
 #include <string>
 
-#include "QMXPropertyBag.h"
-#include "SegmentCounts.h"
+#include "Edits.h"
+#include "Project.h"
+#include "ToolError.h"
 #include "fuzz_common.h"
 
 namespace {
@@ -30,24 +36,43 @@ std::string Contents()
 
 void Write(const std::string& text)
 {
-    const int fd = ::open(g_path.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
+    ::unlink(g_path.c_str());
+    const int fd = ::open(g_path.c_str(), O_WRONLY | O_CREAT | O_EXCL, 0600);
     FUZZ_CHECK(fd >= 0 && ::write(fd, text.data(), text.size()) == ssize_t(text.size()));
     ::close(fd);
 }
 
-QMXComPtr<IQMXProperties> Open()
+// This program links the module's objects and exports them.
+const qmxkf::ModuleHost& Module()
 {
-    char error[512] = "unset";
-    QMXComPtr<IQMXProperties> bag;
-    bag.Attach(QMXOpenFileProperties(g_path.c_str(), 0, error, sizeof error));
-    FUZZ_CHECK(bag || (error[0] != '\0' && std::string(error) != "unset"));
-    return bag;
+    static const qmxkf::ModuleHost module(dlopen(nullptr, RTLD_NOW), "the module linked in");
+    return module;
 }
 
-void Save(IQMXProperties* bag)
+// An edit of the kinds that reach the edge cases: indexes just outside the
+// track, times on, between and far from its keys, values near the limits.
+qmxkf::Edit RandomEdit(std::mt19937_64& random, qmxkf::Project& project)
 {
-    char error[512] = "";
-    FUZZ_CHECK(QMXSaveFileProperties(bag, error, sizeof error) == S_OK);
+    const auto pick = [&](int n) { return static_cast<int>(random() % unsigned(n)); };
+    const int count = project.KeyCount();
+    const auto time = [&] {
+        const double extremes[] = {0.0, 1e-6, 4e-324, 1e308, -1e308, 1.7e308};
+        if (count == 0 || pick(3) == 0)
+            return extremes[pick(6)];
+        const double t = project.Key(pick(count)).dPosition;
+        return pick(2) == 0 ? t : t + (pick(2) == 0 ? 0.5 : 1e-9);
+    };
+    qmxkf::Edit edit;
+    edit.verb = static_cast<qmxkf::Edit::Verb>(pick(5));
+    edit.index = pick(count + 2) - 1;
+    edit.replace = pick(2) == 0;
+    if (edit.verb != qmxkf::Edit::Verb::Set || pick(2) == 0)
+        edit.at = time();
+    const double values[] = {0.0, 1.0, -1.0, 0.5, 1e305, -1e305, 1e308, -1e308};
+    for (auto& value : edit.values.values)
+        if (pick(3) == 0)
+            value = values[pick(8)];
+    return edit;
 }
 
 }  // namespace
@@ -64,34 +89,45 @@ extern "C" int LLVMFuzzerInitialize(int*, char***)
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
 {
+    using qmxkf::Project;
     const std::string input(reinterpret_cast<const char*>(data), size);
     Write(input);
-    QMXComPtr<IQMXProperties> bag = Open();
-    FUZZ_CHECK(Contents() == input);  // opening never changes the file, opened or not
-    if (!bag || !qmxkf::CheckSegmentCounts(bag.Get(), static_cast<long long>(size)).empty())
-        return 0;  // the tool refuses it
+    const bool loads = Project::Check(Module(), g_path).empty();
+    FUZZ_CHECK(Contents() == input);
+    if (!loads) {
+        bool refused = false;
+        try {
+            Project project(Module(), g_path, Project::Open::Edit, 0);
+        } catch (const qmxkf::ToolError&) {
+            refused = true;
+        }
+        FUZZ_CHECK(refused && Contents() == input);
+        return 0;
+    }
 
-    // Load the track as the tool does, then save it back.
-    QMXComPtr<IQMXKeyFrame> track = fuzz::NewTrack();
-    FUZZ_CHECK(fuzz::Storage(track.Get())->ReadFrom(bag.Get()) == S_OK);
-    const std::string keys = fuzz::Keys(track.Get());
-    FUZZ_CHECK(fuzz::Storage(track.Get())->WriteTo(bag.Get()) == S_OK);
-    Save(bag.Get());
-    const std::string saved = Contents();
-
-    // Reopened: the same entries, hence the same file when saved again, and
-    // the same track when loaded (unless a text holds an infinity, which the
-    // reader rejects: that curve then loads new).
-    QMXComPtr<IQMXProperties> again = Open();
-    FUZZ_CHECK(again);
-    FUZZ_CHECK(fuzz::TrackEntries(again.Get()) == fuzz::TrackEntries(bag.Get()));
-    Save(again.Get());
-    FUZZ_CHECK(Contents() == saved);
-    QMXComPtr<IQMXKeyFrame> reloaded = fuzz::NewTrack();
-    fuzz::Storage(reloaded.Get())->ReadFrom(again.Get());
-    bool readable = true;
-    for (int curve = 0; curve < 6; ++curve)
-        readable = readable && !fuzz::Unreadable(fuzz::Joined(again.Get(), curve));
-    FUZZ_CHECK(!readable || fuzz::Keys(reloaded.Get()) == keys);
+    std::string saved;
+    {
+        Project project(Module(), g_path, Project::Open::Edit, 0);
+        std::mt19937_64 random(std::hash<std::string>()(input));
+        for (int step = 0; step < 4; ++step) {
+            const qmxkf::Edit edit = RandomEdit(random, project);
+            const std::string before = fuzz::Keys(&project.Track());
+            try {
+                qmxkf::ApplyEdit(project, edit);
+            } catch (const qmxkf::ToolError&) {
+                FUZZ_CHECK(fuzz::Keys(&project.Track()) == before);
+            }
+        }
+        saved = fuzz::Keys(&project.Track());
+        try {
+            project.Save();
+        } catch (const qmxkf::ToolError&) {
+            FUZZ_CHECK(Contents() == input);
+            return 0;
+        }
+    }
+    FUZZ_CHECK(Project::Check(Module(), g_path).empty());
+    Project reopened(Module(), g_path, Project::Open::Read);
+    FUZZ_CHECK(fuzz::Keys(&reopened.Track()) == saved);
     return 0;
 }

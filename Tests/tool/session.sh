@@ -27,7 +27,7 @@ expect reopened "index  time  frame  angle     x  y  opacity  scale-x  scale-y
 cp p.qmxbag before
 echo '{"format": "other"}' > foreign.qmxbag
 expect bad-index "qmxkf: key index 3 is out of range: p.qmxbag has keys 0 to 1" "$qmxkf" delete p.qmxbag 3
-expect bad-number "qmxkf: Could not convert: --at = abc (see qmxkf --help)" "$qmxkf" add p.qmxbag --at abc
+expect bad-number "qmxkf: --at: 'abc' is not a plain decimal number (see qmxkf --help)" "$qmxkf" add p.qmxbag --at abc
 expect bad-rate "qmxkf: --rate: Value -2 not in range 1 to 1000000 (see qmxkf --help)" \
     "$qmxkf" sample p.qmxbag --rate -2
 expect missing "qmxkf: nope.qmxbag: No such file or directory" "$qmxkf" list nope.qmxbag
@@ -36,7 +36,7 @@ expect missing "qmxkf: nope.qmxbag: No such file or directory" "$qmxkf" list nop
 # A count naming more segments than the file can hold is refused at once.
 sed 's/"KeyFrameAngle", "int": 1/"KeyFrameAngle", "int": 2147483647/' p.qmxbag > huge.qmxbag
 cp huge.qmxbag huge-before
-expect huge-count "qmxkf: huge.qmxbag: KeyFrameAngle names 2147483647 segments; a file of \
+expect huge-count "qmxkf: huge.qmxbag: angle: it names 2147483647 segments; a file of \
 $(stat -c %s huge.qmxbag) bytes holds at most 1" "$qmxkf" add huge.qmxbag --at 3
 cmp -s huge.qmxbag huge-before || fail "a refused project file was changed"
 cmp -s p.qmxbag before || fail "a failed command changed the project file"

@@ -17,6 +17,10 @@ rc=$?
 # The default module is the one --module names.
 [[ $("$qmxkf" --module "$good" validate 2>/dev/null) == "$out" ]] || fail "validate without MODULE differs"
 
+# A file that is not a module fails the load with the loader's reason.
+out=$("$qmxkf" validate "$0" 2>/dev/null)
+[[ $? -eq 1 && $out == "FAIL load: $0: invalid ELF header" ]] || fail "validate of a script printed: $out"
+
 out=$("$qmxkf" validate "$broken" 2>/dev/null)
 rc=$?
 [[ $rc -eq 1 ]] || fail "validate of the broken module exited $rc, expected 1"

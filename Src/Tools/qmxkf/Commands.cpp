@@ -6,27 +6,26 @@
 
 #include "Output.h"
 #include "Project.h"
+#include "Properties.h"
 #include "ToolError.h"
 
 namespace qmxkf {
 
 namespace {
 
-// Identity transform for the first key of an empty track.
-constexpr KeyFrameParam kNeutral = {0.0, 0.0, 0.0, 0.0, 1.0, 1.0, 1.0};
-
 // The six values in the order the tool shows them.
 std::vector<std::string> Values(const KeyFrameParam& key, std::string (*text)(double) = Number)
 {
-    return {text(key.dAngle),   text(key.dPositionX), text(key.dPositionY),
-            text(key.dOpacity), text(key.dScaleX),    text(key.dScaleY)};
+    std::vector<std::string> values;
+    for (const Property& property : kProperties)
+        values.push_back(text(key.*property.field));
+    return values;
 }
-
-const std::vector<std::string> kValueNames = {"angle", "x", "y", "opacity", "scale-x", "scale-y"};
 
 std::vector<std::string> Header(std::vector<std::string> leading)
 {
-    leading.insert(leading.end(), kValueNames.begin(), kValueNames.end());
+    for (const Property& property : kProperties)
+        leading.push_back(property.option);
     return leading;
 }
 
@@ -46,26 +45,7 @@ long long FrameAtOrBefore(double seconds, int rate)
     return static_cast<long long>(std::fabs(frames - nearest) < 1e-9 * rate ? nearest : std::floor(frames));
 }
 
-void RequireFinite(double value, const char* what)
-{
-    if (!std::isfinite(value))
-        throw ToolError(std::string(what) + " must be a finite number");
-}
-
 }  // namespace
-
-void ValueOptions::ApplyTo(KeyFrameParam& key) const
-{
-    const std::pair<const std::optional<double>&, double KeyFrameParam::*> fields[] = {
-        {angle, &KeyFrameParam::dAngle},     {x, &KeyFrameParam::dPositionX},  {y, &KeyFrameParam::dPositionY},
-        {opacity, &KeyFrameParam::dOpacity}, {scaleX, &KeyFrameParam::dScaleX}, {scaleY, &KeyFrameParam::dScaleY}};
-    for (const auto& [value, field] : fields) {
-        if (value) {
-            RequireFinite(*value, "a value");
-            key.*field = *value;
-        }
-    }
-}
 
 void CommandNew(const ModuleHost& module, const std::string& file)
 {
@@ -73,69 +53,44 @@ void CommandNew(const ModuleHost& module, const std::string& file)
     std::printf("created %s (no keys)\n", file.c_str());
 }
 
-void CommandAdd(const ModuleHost& module, const std::string& file, double at, const ValueOptions& values)
+void CommandEdit(const ModuleHost& module, const std::string& file, const Edit& edit, int waitMilliseconds)
 {
-    RequireFinite(at, "--at");
-    Project project(module, file, Project::Open::Existing);
-    KeyFrameParam key = kNeutral;
-    project.Track().GetKeyFrame(at, key);  // leaves the neutral values on an empty track
-    key.dPosition = at;
-    values.ApplyTo(key);
-    int index = -1;
-    project.Track().AddKeyFrame(key, index);
+    Project project(module, file, Project::Open::Edit, waitMilliseconds);
+    const std::string done = ApplyEdit(project, edit);
     project.Save();
-    std::printf("added key %d at %s s\n", index, Number(at).c_str());
+    std::printf("%s\n", done.c_str());
 }
 
-void CommandSet(const ModuleHost& module, const std::string& file, int index, std::optional<double> at,
-                const ValueOptions& values)
+void CommandApply(const ModuleHost& module, const std::string& file, const std::vector<std::pair<int, Edit>>& edits,
+                  const std::string& scriptName, int waitMilliseconds)
 {
-    Project project(module, file, Project::Open::Existing);
-    KeyFrameParam key = project.Key(index);
-    if (at) {
-        RequireFinite(*at, "--at");
-        key.dPosition = *at;
+    Project project(module, file, Project::Open::Edit, waitMilliseconds);
+    for (const auto& [line, edit] : edits) {
+        try {
+            ApplyEdit(project, edit);
+        } catch (const ToolError& e) {
+            throw ToolError(scriptName + ", line " + std::to_string(line) + ": " + e.what() +
+                            " (no edit was saved)");
+        }
     }
-    values.ApplyTo(key);
-    project.Track().SetKeyFrame(index, key);
     project.Save();
-    std::printf("set key %d (now key %d at %s s)\n", index, project.Track().GetKeyFrameIndex(key.dPosition),
-                Number(key.dPosition).c_str());
+    std::printf("applied %zu edits to %s (%d keys)\n", edits.size(), file.c_str(), project.KeyCount());
 }
 
-void CommandMove(const ModuleHost& module, const std::string& file, int index, double to)
+int CommandCheck(const ModuleHost& module, const std::string& file)
 {
-    RequireFinite(to, "--to");
-    Project project(module, file, Project::Open::Existing);
-    project.Key(index);
-    project.Track().ChangeKeyFramePosition(index, to);
-    project.Save();
-    std::printf("moved key %d to %s s (now key %d)\n", index, Number(to).c_str(),
-                project.Track().GetKeyFrameIndex(to));
-}
-
-void CommandDelete(const ModuleHost& module, const std::string& file, int index)
-{
-    Project project(module, file, Project::Open::Existing);
-    project.Key(index);
-    project.Track().DeleteKeyFrame(index);
-    project.Save();
-    std::printf("deleted key %d (%d left)\n", index, project.KeyCount());
-}
-
-void CommandClear(const ModuleHost& module, const std::string& file)
-{
-    Project project(module, file, Project::Open::Existing);
-    const int count = project.KeyCount();
-    project.Track().CleanAllKeyFrame();
-    project.Save();
-    std::printf("cleared %d keys\n", count);
+    const std::vector<std::string> problems = Project::Check(module, file);
+    for (const std::string& problem : problems)
+        std::printf("%s\n", problem.c_str());
+    if (problems.empty())
+        std::printf("%s: no problems found\n", file.c_str());
+    return problems.empty() ? 0 : 1;
 }
 
 void CommandList(const ModuleHost& module, const std::string& file, int rate)
 {
-    Project project(module, file, Project::Open::Existing);
-    Table table(Header({"index", "time", "frame"}));
+    Project project(module, file, Project::Open::Read);
+    Table table(stdout, Header({"index", "time", "frame"}));
     for (int i = 0, count = project.KeyCount(); i < count; ++i) {
         const KeyFrameParam key = project.Key(i);
         int frame = 0;
@@ -145,31 +100,33 @@ void CommandList(const ModuleHost& module, const std::string& file, int rate)
             row.push_back(std::move(value));
         table.Add(std::move(row));
     }
-    table.Print(stdout);
+    table.Finish();
 }
 
 void CommandSample(const ModuleHost& module, const std::string& file, int rate, std::optional<double> from,
                    std::optional<double> to, SampleFormat format)
 {
-    Project project(module, file, Project::Open::Existing);
+    Project project(module, file, Project::Open::Read);
     IQMXKeyFrame& track = project.Track();
     const int count = project.KeyCount();
     if (count == 0 && (!from || !to))
         throw ToolError(file + " has no keys: give --from and --to to sample it");
     const double first = from ? *from : project.Key(0).dPosition;
     const double last = to ? *to : project.Key(count - 1).dPosition;
-    RequireFinite(first, "--from");
-    RequireFinite(last, "--to");
     const long long begin = FrameAtOrAfter(first, rate), end = FrameAtOrBefore(last, rate);
     if (begin < INT_MIN || end > INT_MAX)
         throw ToolError("the frames to sample lie outside the frame number range");
 
-    Table table(Header({"frame", "time"}));
+    const std::vector<std::string> header = Header({"frame", "time"});
+    Table table(stdout, header);
     std::string text;
-    if (format == SampleFormat::Csv)
-        text = "frame,time,angle,x,y,opacity,scale-x,scale-y\n";
-    else if (format == SampleFormat::Json)
+    if (format == SampleFormat::Csv) {
+        for (const std::string& name : header)
+            text += (text.empty() ? "" : ",") + name;
+        text += '\n';
+    } else if (format == SampleFormat::Json) {
         text = "[";
+    }
     for (long long frame = begin; frame <= end; ++frame) {
         double time = 0.0;
         track.CaculateKeyFramePosition(static_cast<int>(frame), rate, time);
@@ -192,21 +149,21 @@ void CommandSample(const ModuleHost& module, const std::string& file, int rate, 
             text += frame == begin ? "\n" : ",\n";
             text += "  {\"frame\":" + std::to_string(frame) + ",\"time\":" + Number(time);
             for (size_t i = 0; i < values.size(); ++i)
-                text += ",\"" + kValueNames[i] + "\":" + values[i];
+                text += ",\"" + header[i + 2] + "\":" + values[i];
             text += '}';
         }
         if (text.size() > (1u << 16)) {
-            std::fwrite(text.data(), 1, text.size(), stdout);
+            Write(stdout, text);
             text.clear();
         }
     }
     if (format == SampleFormat::Table) {
-        table.Print(stdout);
+        table.Finish();
         return;
     }
     if (format == SampleFormat::Json)
         text += begin <= end ? "\n]\n" : "]\n";
-    std::fwrite(text.data(), 1, text.size(), stdout);
+    Write(stdout, text);
 }
 
 }  // namespace qmxkf

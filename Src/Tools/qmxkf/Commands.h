@@ -3,26 +3,24 @@
 
 #include <optional>
 #include <string>
+#include <utility>
+#include <vector>
 
+#include "Edits.h"
 #include "ModuleHost.h"
 
 namespace qmxkf {
 
-// Values given on the command line; the others come from the track.
-struct ValueOptions {
-    std::optional<double> angle, x, y, opacity, scaleX, scaleY;
-    void ApplyTo(KeyFrameParam& key) const;
-};
-
 enum class SampleFormat { Table, Csv, Json };
 
 void CommandNew(const ModuleHost& module, const std::string& file);
-void CommandAdd(const ModuleHost& module, const std::string& file, double at, const ValueOptions& values);
-void CommandSet(const ModuleHost& module, const std::string& file, int index, std::optional<double> at,
-                const ValueOptions& values);
-void CommandMove(const ModuleHost& module, const std::string& file, int index, double to);
-void CommandDelete(const ModuleHost& module, const std::string& file, int index);
-void CommandClear(const ModuleHost& module, const std::string& file);
+// One edit, in one locked, verified save.
+void CommandEdit(const ModuleHost& module, const std::string& file, const Edit& edit, int waitMilliseconds);
+// Every edit of a script in one locked, verified save, or none of them.
+void CommandApply(const ModuleHost& module, const std::string& file, const std::vector<std::pair<int, Edit>>& edits,
+                  const std::string& scriptName, int waitMilliseconds);
+// Prints every fault of the file; returns the exit status (1 when any).
+int CommandCheck(const ModuleHost& module, const std::string& file);
 void CommandList(const ModuleHost& module, const std::string& file, int rate);
 void CommandSample(const ModuleHost& module, const std::string& file, int rate, std::optional<double> from,
                    std::optional<double> to, SampleFormat format);

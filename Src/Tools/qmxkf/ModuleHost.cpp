@@ -4,20 +4,24 @@
 #include <unistd.h>
 
 #include <climits>
+#include <utility>
 
 #include "QMXCommon.h"
 #include "ToolError.h"
 
 namespace qmxkf {
 
-ModuleHost::ModuleHost(const std::string& path)
-    : m_path(path), m_handle(QMXLoadModule(LoadablePath(path).c_str()))
+ModuleHost::ModuleHost(const std::string& path) : ModuleHost(QMXLoadModule(LoadablePath(path).c_str()), path)
+{
+}
+
+ModuleHost::ModuleHost(void* handle, std::string name) : m_path(std::move(name)), m_handle(handle)
 {
     if (m_handle == nullptr)
         throw ToolError("cannot load module: " + std::string(QMXLastModuleError()));
     m_getClassObject = reinterpret_cast<DllGetClassObjectFunction>(dlsym(m_handle, "DllGetClassObject"));
     if (m_getClassObject == nullptr)
-        throw ToolError(path + ": no DllGetClassObject");
+        throw ToolError(m_path + ": no DllGetClassObject");
 }
 
 std::string ModuleHost::DefaultPath()

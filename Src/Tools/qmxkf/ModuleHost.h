@@ -16,6 +16,10 @@ class ModuleHost {
 public:
     // Loads the module at `path`; throws ToolError when it cannot.
     explicit ModuleHost(const std::string& path);
+    // The module behind a handle this process already has (for example
+    // dlopen(nullptr) in a program that links the module and exports it);
+    // `name` names it in messages.
+    ModuleHost(void* handle, std::string name);
 
     QMXComPtr<IQMXKeyFrame> CreateTrack() const;
     QMXComPtr<core::IKeyFrame> CreateCurve() const;

@@ -1,7 +1,11 @@
 #include "Output.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <charconv>
+#include <cstring>
+
+#include "ToolError.h"
 
 namespace qmxkf {
 
@@ -19,34 +23,50 @@ std::string Rounded(double value)
     return buffer;
 }
 
-Table::Table(std::vector<std::string> header)
+void Write(std::FILE* out, const std::string& text)
 {
-    m_rows.push_back(std::move(header));
+    if (std::fwrite(text.data(), 1, text.size(), out) != text.size() || std::ferror(out))
+        throw ToolError(std::string("cannot write the output: ") + std::strerror(errno));
+}
+
+Table::Table(std::FILE* out, std::vector<std::string> header) : m_out(out), m_widths(header.size(), 0)
+{
+    m_held.push_back(std::move(header));
 }
 
 void Table::Add(std::vector<std::string> row)
 {
-    m_rows.push_back(std::move(row));
+    if (m_held.empty()) {
+        Print(row);
+        return;
+    }
+    m_held.push_back(std::move(row));
+    if (m_held.size() > kHeldRows)
+        Finish();
 }
 
-void Table::Print(std::FILE* out) const
+void Table::Finish()
 {
-    std::vector<size_t> widths(m_rows.front().size(), 0);
-    for (const auto& row : m_rows)
+    for (const auto& row : m_held)
         for (size_t i = 0; i < row.size(); ++i)
-            widths[i] = std::max(widths[i], row[i].size());
+            m_widths[i] = std::max(m_widths[i], row[i].size());
+    for (const auto& row : m_held)
+        Print(row);
+    m_held.clear();
+    m_held.shrink_to_fit();
+}
+
+void Table::Print(const std::vector<std::string>& row)
+{
     std::string line;
-    for (const auto& row : m_rows) {
-        line.clear();
-        for (size_t i = 0; i < row.size(); ++i) {
-            if (i > 0)
-                line += "  ";
-            line.append(widths[i] - row[i].size(), ' ');
-            line += row[i];
-        }
-        line += '\n';
-        std::fwrite(line.data(), 1, line.size(), out);
+    for (size_t i = 0; i < row.size(); ++i) {
+        if (i > 0)
+            line += "  ";
+        line.append(m_widths[i] - std::min(m_widths[i], row[i].size()), ' ');
+        line += row[i];
     }
+    line += '\n';
+    Write(m_out, line);
 }
 
 }  // namespace qmxkf

@@ -5,11 +5,14 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cmath>
 #include <cstdio>
+#include <cstring>
 #include <memory>
 
 #include "Project.h"
+#include "Properties.h"
 #include "ToolError.h"
 #include "val_any.h"
 
@@ -234,6 +237,11 @@ void DrawPanels(const std::string& path, Size size, const std::string& title, co
     // Drawn beside the target and renamed over it, so a failure leaves no
     // half-written picture.
     const std::string temporary = path + ".tmp";
+    // Cairo reports a file it cannot create without the reason: ask first.
+    if (std::FILE* probe = std::fopen(temporary.c_str(), "wb"))
+        std::fclose(probe);
+    else
+        throw ToolError(path + ": cannot write the picture (" + std::strerror(errno) + ")");
     std::unique_ptr<cairo_surface_t, SurfaceDeleter> surface(
         svg ? cairo_svg_surface_create(temporary.c_str(), size.width, size.height)
             : cairo_image_surface_create(CAIRO_FORMAT_ARGB32, size.width, size.height));
@@ -269,16 +277,20 @@ void DrawPanels(const std::string& path, Size size, const std::string& title, co
     if (status == CAIRO_STATUS_SUCCESS)
         status = cairo_surface_status(surface.get());
     surface.reset();
-    if (status != CAIRO_STATUS_SUCCESS || std::rename(temporary.c_str(), path.c_str()) != 0) {
+    std::string reason;
+    if (status != CAIRO_STATUS_SUCCESS)
+        reason = cairo_status_to_string(status);
+    else if (std::rename(temporary.c_str(), path.c_str()) != 0)
+        reason = std::strerror(errno);
+    if (!reason.empty()) {
         unlink(temporary.c_str());
-        throw ToolError(path + ": cannot write the picture (" +
-                        (status != CAIRO_STATUS_SUCCESS ? cairo_status_to_string(status) : "rename failed") + ")");
+        throw ToolError(path + ": cannot write the picture (" + reason + ")");
     }
 }
 
 void CommandPlot(const ModuleHost& module, const std::string& file, const std::string& out, Size size, int rate)
 {
-    Project project(module, file, Project::Open::Existing);
+    Project project(module, file, Project::Open::Read);
     const int count = project.KeyCount();
     if (count == 0)
         throw ToolError(file + " has no keys to plot");
@@ -297,20 +309,13 @@ void CommandPlot(const ModuleHost& module, const std::string& file, const std::s
     for (double k = std::ceil(t0 / step); k * step <= t1; ++k)
         times.push_back(k * step);
 
-    struct Field {
-        const char* title;
-        double KeyFrameParam::*member;
-    };
-    const Field fields[] = {{"angle", &KeyFrameParam::dAngle},       {"position x", &KeyFrameParam::dPositionX},
-                            {"position y", &KeyFrameParam::dPositionY}, {"opacity", &KeyFrameParam::dOpacity},
-                            {"scale x", &KeyFrameParam::dScaleX},      {"scale y", &KeyFrameParam::dScaleY}};
     std::vector<Panel> panels;
-    for (const Field& field : fields) {
-        Panel panel{field.title, {}, {}};
+    for (const Property& property : kProperties) {
+        Panel panel{property.title, {}, {}};
         panel.series.times = times;
         for (const KeyFrameParam& key : keys) {
             panel.series.keyTimes.push_back(key.dPosition);
-            panel.series.keyValues.push_back(key.*field.member);
+            panel.series.keyValues.push_back(key.*property.field);
         }
         panels.push_back(std::move(panel));
     }
@@ -318,7 +323,7 @@ void CommandPlot(const ModuleHost& module, const std::string& file, const std::s
         KeyFrameParam sample{};
         project.Track().GetKeyFrame(t, sample);
         for (size_t i = 0; i < panels.size(); ++i)
-            panels[i].series.values.push_back(sample.*fields[i].member);
+            panels[i].series.values.push_back(sample.*kProperties[i].field);
     }
     const std::string name = file.substr(file.find_last_of('/') + 1);
     DrawPanels(out, size, name + ": " + std::to_string(count) + " keys, " + std::to_string(rate) + " fps", panels,
@@ -332,17 +337,13 @@ void CommandKinds(const ModuleHost& module, const std::string& out, Size size)
     // plateau and the hold, smooth clamped keeps within each segment.
     const double keyTimes[] = {0.0, 1.0, 2.0, 3.0, 4.0, 5.0};
     const double keyValues[] = {0.0, 8.0, 9.0, 2.0, 2.0, 6.0};
-    const std::pair<const char*, core::KeyframeInterpolationType> kinds[] = {
-        {"constant", core::eKeyframeTypeConstant}, {"linear", core::eKeyframeTypeLinear},
-        {"smooth clamped", core::eKeyframeTypeSmoothClamped}, {"smooth", core::eKeyframeTypeSmooth},
-        {"spline", core::eKeyframeTypeSpline},     {"flat", core::eKeyframeTypeFlat}};
     std::vector<Panel> panels;
-    for (const auto& [title, kind] : kinds) {
+    for (int kind = core::eKeyframeTypeConstant; kind <= core::eKeyframeTypeFlat; ++kind) {
         QMXComPtr<core::IKeyFrame> curve = module.CreateCurve();
         curve->SetParameterType(core::eParameterTypeDouble);
         for (size_t i = 0; i < std::size(keyTimes); ++i)
-            curve->AddPoint(keyTimes[i], core::ValAny(keyValues[i]), kind);
-        Panel panel{title, {}, {0.0, 9.0}};
+            curve->AddPoint(keyTimes[i], core::ValAny(keyValues[i]), static_cast<core::KeyframeInterpolationType>(kind));
+        Panel panel{kKindNames[kind], {}, {0.0, 9.0}};
         const int samples = 2 * size.width / 3;
         for (int i = 0; i <= samples; ++i) {
             const double t = -0.25 + 5.5 * i / samples;

@@ -2,31 +2,80 @@
 
 #include <sys/stat.h>
 
+#include "Properties.h"
 #include "QMXPropertyBag.h"
-#include "SegmentCounts.h"
+#include "StoredTrack.h"
 #include "ToolError.h"
 
 namespace qmxkf {
 
-Project::Project(const ModuleHost& module, const std::string& path, Open mode) : m_path(path)
+namespace {
+
+QMXComPtr<IQMXProperties> OpenBag(const std::string& path, Project::Open mode, int waitMilliseconds)
 {
     struct stat info {};
-    if (mode == Open::New && stat(path.c_str(), &info) == 0)
+    if (mode == Project::Open::New && lstat(path.c_str(), &info) == 0)
         throw ToolError(path + ": already exists");
     char error[512] = {};
-    m_bag.Attach(QMXOpenFileProperties(path.c_str(), mode == Open::New ? 1 : 0, error, sizeof error));
-    if (!m_bag)
+    QMXComPtr<IQMXProperties> bag;
+    if (mode == Project::Open::Read)
+        bag.Attach(QMXOpenFileProperties(path.c_str(), 0, error, sizeof error));
+    else
+        bag.Attach(QMXEditFileProperties(path.c_str(), mode == Project::Open::New ? 1 : 0, waitMilliseconds, error,
+                                         sizeof error));
+    if (!bag)
         throw ToolError(error);
-    if (mode == Open::Existing && stat(path.c_str(), &info) == 0) {
-        const std::string refusal = CheckSegmentCounts(m_bag.Get(), info.st_size);
-        if (!refusal.empty())
-            throw ToolError(path + ": " + refusal);
-    }
+    return bag;
+}
+
+long long FileSize(const std::string& path)
+{
+    struct stat info {};
+    return stat(path.c_str(), &info) == 0 ? static_cast<long long>(info.st_size) : 0;
+}
+
+}  // namespace
+
+Project::Project(const ModuleHost& module, const std::string& path, Open mode, int waitMilliseconds)
+    : m_module(&module), m_path(path), m_bag(OpenBag(path, mode, waitMilliseconds))
+{
     m_track = module.CreateTrack();
     m_storage = module.Query<IQMXStorage>(m_track.Get(), module.Id("IID_IQMXStorage"));
     if (!m_storage)
         throw ToolError(module.Path() + ": the track has no storage interface");
+    if (mode == Open::New)
+        return;
+    const StoredTrack stored = ReadStoredTrack(module, m_bag.Get(), FileSize(path));
+    if (!stored.problems.empty()) {
+        const size_t more = stored.problems.size() - 1;
+        throw ToolError(path + ": " + stored.problems.front() +
+                        (more > 0 ? " (and " + std::to_string(more) + " more: see qmxkf check)" : ""));
+    }
     m_storage->ReadFrom(m_bag.Get());
+    for (int key = 0, count = KeyCount(); key < count; ++key) {
+        for (int p = 0; p < 6; ++p) {
+            const int kind = stored.curves[p]->GetInterpolationType(key);
+            if (kind < kFirstFixedKind)
+                continue;
+            auto [entry, added] = m_fixedKinds.try_emplace(stored.curves[0]->GetPointTime(key));
+            if (added)
+                entry->second.fill(-1);
+            entry->second[p] = kind;
+        }
+    }
+}
+
+std::vector<std::string> Project::Check(const ModuleHost& module, const std::string& path)
+{
+    std::vector<std::string> problems;
+    try {
+        const QMXComPtr<IQMXProperties> bag = OpenBag(path, Open::Read, 0);
+        for (const std::string& problem : ReadStoredTrack(module, bag.Get(), FileSize(path)).problems)
+            problems.push_back(path + ": " + problem);
+    } catch (const ToolError& e) {
+        problems.push_back(e.what());
+    }
+    return problems;
 }
 
 KeyFrameParam Project::Key(int index)
@@ -41,9 +90,22 @@ KeyFrameParam Project::Key(int index)
     return key;
 }
 
+int Project::FixedKind(int property, int index)
+{
+    if (m_fixedKinds.empty() || index < 0 || index >= KeyCount())
+        return -1;
+    const auto found = m_fixedKinds.find(Key(index).dPosition);
+    return found == m_fixedKinds.end() ? -1 : found->second[property];
+}
+
 void Project::Save()
 {
+    // The bag is rewritten in memory; the file changes only at the end.
+    RemoveSegments(m_bag.Get());
     m_storage->WriteTo(m_bag.Get());
+    const StoredTrack stored = ReadStoredTrack(*m_module, m_bag.Get(), -1);
+    if (!stored.problems.empty())
+        throw ToolError(stored.problems.front() + " (" + m_path + " is left as it was)");
     char error[512] = {};
     if (FAILED(QMXSaveFileProperties(m_bag.Get(), error, sizeof error)))
         throw ToolError(error);

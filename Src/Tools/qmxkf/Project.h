@@ -1,7 +1,13 @@
-// A project file: one property bag on disk holding one keyframe track.
+// A project file: one property bag on disk holding one keyframe track. It is
+// loaded only when the track in it reads back whole, edited under the file's
+// edit lock, and saved only when what is about to be stored reopens to the
+// same track.
 #pragma once
 
+#include <array>
+#include <map>
 #include <string>
+#include <vector>
 
 #include "IQMXKeyFrame.h"
 #include "ModuleHost.h"
@@ -11,24 +17,51 @@ namespace qmxkf {
 
 class Project {
 public:
-    enum class Open { Existing, New };
+    enum class Open {
+        Read,  // any number of readers; saves are atomic, so a reader sees one whole version
+        Edit,  // holds the file's edit lock until the project is destroyed
+        New,   // the file must not exist yet; the first save creates it
+    };
+    // How long an edit waits for another process's edit of the same file.
+    static constexpr int kDefaultWaitMilliseconds = 10000;
 
-    // Opens `path` (Existing: it must be a readable project; New: it must
-    // not exist yet) and loads its track. Throws ToolError.
-    Project(const ModuleHost& module, const std::string& path, Open mode);
+    // Opens and loads `path`. Throws ToolError naming the file and its first
+    // fault when it does not load.
+    Project(const ModuleHost& module, const std::string& path, Open mode,
+            int waitMilliseconds = kDefaultWaitMilliseconds);
 
+    // Every fault that keeps `path` from loading, one line each; empty when
+    // it loads.
+    static std::vector<std::string> Check(const ModuleHost& module, const std::string& path);
+
+    const std::string& Path() const { return m_path; }
     IQMXKeyFrame& Track() { return *m_track; }
     int KeyCount() { return m_track->GetKeyFrameCount(); }
     // The key at `index`; throws ToolError naming the valid range.
     KeyFrameParam Key(int index);
-    // Writes the track into the bag and the bag to disk, atomically.
+
+    // The kind of key `index` on `property` when it is one the module never
+    // recomputes (free or none; such keys come only from a file), else -1.
+    int FixedKind(int property, int index);
+    // The key at `time` was removed or replaced by a new one (or, with
+    // ForgetAll, every key was).
+    void Forget(double time) { m_fixedKinds.erase(time); }
+    void ForgetAll() { m_fixedKinds.clear(); }
+
+    // Writes the track into the bag, checks that the bag now holds a track
+    // that reads back whole, then saves the bag to disk (see
+    // QMXSaveFileProperties). Throws ToolError, leaving the file as it was.
     void Save();
 
 private:
+    const ModuleHost* m_module;
     std::string m_path;
     QMXComPtr<IQMXProperties> m_bag;
     QMXComPtr<IQMXKeyFrame> m_track;
     QMXComPtr<IQMXStorage> m_storage;
+    // Keys with a free or none kind on some property, by time: the kind per
+    // property, -1 for the others.
+    std::map<double, std::array<int, 6>> m_fixedKinds;
 };
 
 }  // namespace qmxkf

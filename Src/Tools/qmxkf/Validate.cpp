@@ -26,7 +26,7 @@
 #include "QMXLogger.h"
 #include "QMXModule.h"
 #include "QMXPropertyBag.h"
-#include "SegmentCounts.h"
+#include "Properties.h"
 
 namespace qmxkf {
 
@@ -224,7 +224,9 @@ const link_map* ObjectOf(const void* address)
 
 void CheckLoad(const Module& m)
 {
-    Expect(QMXLoadModule(m.path.c_str()) != nullptr, QMXLastModuleError());
+    // Loaded first: the reason is only there once the load has failed.
+    const bool loaded = QMXLoadModule(m.path.c_str()) != nullptr;
+    Expect(loaded, loaded ? "" : QMXLastModuleError());
 }
 
 // The contract's exports are the module's own (`own`); the host's symbols
@@ -425,14 +427,6 @@ struct CountingLogger final : IQMXLogger {
     int reports = 0;
 };
 
-// The six properties by key: bag name and record field.
-const struct {
-    const wchar_t* name;
-    double KeyFrameParam::*field;
-} kProperties[] = {
-    {kCurveNames[0], &KeyFrameParam::dAngle},     {kCurveNames[1], &KeyFrameParam::dPositionX},
-    {kCurveNames[2], &KeyFrameParam::dPositionY}, {kCurveNames[3], &KeyFrameParam::dOpacity},
-    {kCurveNames[4], &KeyFrameParam::dScaleX},    {kCurveNames[5], &KeyFrameParam::dScaleY}};
 constexpr double KeyFrameParam::*kFields[] = {&KeyFrameParam::dPosition, &KeyFrameParam::dAngle,
                                               &KeyFrameParam::dPositionX, &KeyFrameParam::dPositionY,
                                               &KeyFrameParam::dScaleX,    &KeyFrameParam::dScaleY,
@@ -556,15 +550,15 @@ void CheckTrackPersistence(const Module& m)
     ExpectHr("WriteTo of the track read back", loaded.storage->WriteTo(bags[1]), S_OK);
     ExpectKeys(loaded.keys, keys, "read back");
     for (const auto& property : kProperties) {
-        const string name = Narrow(property.name);
+        const string name = Narrow(property.bagName);
         std::wstring texts[2];
         for (int b = 0; b < 2; ++b) {
             int segments = 0;
             CQMXValue text;
-            ExpectHr("GetInt(" + name + ")", bags[b]->GetInt(property.name, &segments), S_OK);
+            ExpectHr("GetInt(" + name + ")", bags[b]->GetInt(property.bagName, &segments), S_OK);
             ExpectEq("segment count of " + name + " is", segments, 1);
             ExpectHr("GetProperty(" + name + "Segment_0)",
-                     bags[b]->GetProperty((std::wstring(property.name) + L"Segment_0").c_str(), &text), S_OK);
+                     bags[b]->GetProperty((std::wstring(property.bagName) + L"Segment_0").c_str(), &text), S_OK);
             texts[b] = text.m_strValue;
         }
         Expect(!texts[0].empty() && texts[0] == texts[1], name + " is saved differently after ReadFrom");
