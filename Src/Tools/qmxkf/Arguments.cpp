@@ -146,6 +146,8 @@ std::vector<std::pair<int, Edit>> ReadEditScript(const std::string& script)
     std::vector<std::pair<int, Edit>> edits;
     std::string line;
     for (int number = 1; std::getline(in, line); ++number) {
+        if (!line.empty() && line.back() == '\r')  // a script saved with DOS line ends
+            line.pop_back();
         const size_t first = line.find_first_not_of(" \t\r");
         if (first == std::string::npos || line[first] == '#')
             continue;
