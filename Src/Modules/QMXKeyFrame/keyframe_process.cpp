@@ -388,18 +388,22 @@ std::pair<Parameter::iterator, bool> Parameter::addTimeValuePair(const TimeValue
     return {newKey.first, false};
 }
 
-int Parameter::AddPoint(double time, ValAny value, KeyframeInterpolationType kind)
+Parameter::iterator Parameter::addPoint(double time, ValAny value, KeyframeInterpolationType kind)
 {
     if (paramType == eParameterTypeBool || paramType == eParameterTypeString)
         kind = eKeyframeTypeConstant;
     iterator it = addTimeValuePair(TimeValuePair(time, value, kind, 0.0, 0.0)).first;
-    it = evaluateCurveChanged(eChangedReasonKeyframe, it);
-    return indexOf(it);
+    return evaluateCurveChanged(eChangedReasonKeyframe, it);
+}
+
+int Parameter::AddPoint(double time, ValAny value, KeyframeInterpolationType kind)
+{
+    return indexOf(addPoint(time, value, kind));
 }
 
 void Parameter::AddPointWithoutIndex(double time, ValAny value, KeyframeInterpolationType kind)
 {
-    AddPoint(time, value, kind);
+    addPoint(time, value, kind);
 }
 
 void Parameter::RemovePoint(int index)
@@ -433,6 +437,18 @@ void Parameter::removeKeyFrame(iterator key)
 
 void Parameter::replaceKey(iterator it, const TimeValuePair& key)
 {
+    // A key that keeps its place among its neighbours is changed where it is
+    // (the order of the set depends on times alone); one that passes a
+    // neighbour, or lands on another key's time, is taken out and inserted
+    // again, replacing the key there.
+    const double time = key.GetTime();
+    const iterator next = std::next(it);
+    if (time == it->GetTime() || ((it == timeValueSets.begin() || std::prev(it)->GetTime() < time) &&
+                                  (next == timeValueSets.end() || time < next->GetTime()))) {
+        Stored(it) = key;
+        evaluateCurveChanged(eChangedReasonKeyframe, it);
+        return;
+    }
     timeValueSets.erase(it);
     evaluateCurveChanged(eChangedReasonKeyframe, addTimeValuePair(key).first);
 }
@@ -501,10 +517,8 @@ TimeValuePair Parameter::setKeyFrameDerivativesInternal(double left, double righ
     iterator it = atIndex(index);
     QMX_CHECK(it != timeValueSets.end());
     if (!(it->GetLeftDerivative() == left && it->GetRightDerivative() == right)) {
-        TimeValuePair handSet = *it;
-        handSet.SetLeftDerivative(left);
-        handSet.SetRightDerivative(right);
-        it = addTimeValuePair(handSet).first;
+        Stored(it).SetLeftDerivative(left);
+        Stored(it).SetRightDerivative(right);
         it = evaluateCurveChanged(eChangedReasonDerivatives, it);
     }
     if (outIndex != nullptr)
@@ -562,13 +576,11 @@ Parameter::iterator Parameter::refreshDerivatives(ParameterChangedReasonEnum rea
     double left = 0.0, right = 0.0;
     Interpolation::autoComputeDerivatives(kindPrev, kind, kindNext, tPrev, vPrev, tCur, vCur, tNext, vNext,
                                           prevRight, nextLeft, &left, &right);
-    const TimeValuePair refreshed(tCur, vCur, kind, left, right);
-    timeValueSets.erase(key);
-    const std::pair<iterator, bool> newKeyIt = timeValueSets.insert(refreshed);
-    QMX_CHECK(newKeyIt.second);
+    Stored(key).SetLeftDerivative(left);
+    Stored(key).SetRightDerivative(right);
     if (reason != eChangedReasonDerivatives)
-        evaluateCurveChanged(eChangedReasonDerivatives, newKeyIt.first);
-    return newKeyIt.first;
+        evaluateCurveChanged(eChangedReasonDerivatives, key);
+    return key;
 }
 
 // ---- copying ----

@@ -126,8 +126,14 @@ private:
     const_iterator firstAtOrAfter(double time) const;
     // Index of a key counted from the first.
     int indexOf(const_iterator key) const;
-    // Erases key `it` and inserts `key` in its place, then refreshes.
+    // Puts `key` in the place of key `it`, then refreshes.
     void replaceKey(iterator it, const TimeValuePair& key);
+    // Adds a key as AddPoint does; returns where it went.
+    iterator addPoint(double time, ValAny value, KeyframeInterpolationType kind);
+    // The key behind `it`, to change in place: the set orders keys by time
+    // alone, so anything else of a key may change where it is, and its time
+    // too while it stays between its neighbours.
+    static TimeValuePair& Stored(const_iterator it) { return const_cast<TimeValuePair&>(*it); }
 
     ParameterTypeEnum paramType;
     KeySet timeValueSets;
