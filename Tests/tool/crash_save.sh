@@ -66,7 +66,7 @@ while [ $runs -lt $tool_runs ] && [ $((SECONDS - start)) -lt $((budget / 3)) ]; 
     cp p.qmxbag previous
     before=$(temporaries)
     at=$((1000 + runs))
-    kill_after 80 0 "$qmxkf" add p.qmxbag --at $at --x $runs
+    kill_after 250 0 "$qmxkf" add p.qmxbag --at $at --x $runs
     finished=$?
     runs=$((runs + 1))
     [ $finished -eq 137 ] && kills=$((kills + 1))
