@@ -157,10 +157,15 @@ private:
             ++m_pos;
         return m_pos > start;
     }
+    // The characters a number may hold; the grammar is checked afterwards.
+    static bool InNumber(char c)
+    {
+        return (c >= '0' && c <= '9') || c == '.' || c == '-' || c == '+' || c == 'e' || c == 'E';
+    }
     std::string_view Token()
     {
         const size_t start = m_pos;
-        while (m_pos < m_text.size() && std::strchr("+-.0123456789Ee", m_text[m_pos]) != nullptr)
+        while (m_pos < m_text.size() && InNumber(m_text[m_pos]))
             ++m_pos;
         return m_text.substr(start, m_pos - start);
     }
