@@ -1,6 +1,7 @@
 // Text conversions between the module's 8-bit (UTF-8) text and wide strings.
 #include "TextConvert.h"
 
+#include <cstdint>
 #include <cstring>
 
 #include "QMXCommon.h"
@@ -103,6 +104,12 @@ int WChar2Char(const wchar_t* source, char* target, int targetLength)
         return -1;
     int written = 0;
     for (; *source != L'\0'; ++source) {
+        if (static_cast<uint32_t>(*source) < 0x80) {  // ASCII, which curve texts are: one byte
+            if (written + 1 > targetLength - 1)
+                break;
+            target[written++] = static_cast<char>(*source);
+            continue;
+        }
         char bytes[4];
         const int n = qmxhost::EncodeUtf8(static_cast<char32_t>(*source), bytes);
         if (written + n > targetLength - 1)

@@ -3,6 +3,7 @@
 #include "QMXKeyFrame.h"
 
 #include <cwchar>
+#include <utility>
 #include <vector>
 
 #include "QMXCommon.h"
@@ -339,12 +340,16 @@ void CQMXKeyFrame::SaveKeyFrameParam(IQMXProperties* props, int key, std::string
     std::vector<wchar_t> wide(static_cast<size_t>(length), L'\0');
     QMXCommon::Char2WChar(text.c_str(), wide.data(), length);
     props->SetInt(KEYFRAMENAME[key], length / kSegmentLength + 1);
+    // Each piece is handed over in place, ended by a zero written after it
+    // for the call (the last piece ends with the text's own zero).
+    wide.push_back(L'\0');
     wchar_t name[128];
     for (int start = 0, segment = 0; start < length; start += kSegmentLength, ++segment) {
         const int chunk = length - start <= kSegmentLength ? length - start : kSegmentLength;
-        const std::wstring piece(wide.data() + start, static_cast<size_t>(chunk));
+        const wchar_t after = std::exchange(wide[static_cast<size_t>(start + chunk)], L'\0');
         SegmentName(KEYFRAMENAME[key], segment, name);
-        props->SetString(name, piece.c_str());
+        props->SetString(name, wide.data() + start);
+        wide[static_cast<size_t>(start + chunk)] = after;
     }
 }
 
@@ -391,10 +396,10 @@ void CQMXKeyFrame::LoadKeyFrameParam(IQMXProperties* props, int key, std::string
         props->GetProperty(name, &value);
         wide += value.m_strValue;
     }
+    // Converted straight into the text, zero-filled to its full length.
     const int length = static_cast<int>(wide.size()) + 1;
-    std::vector<char> narrow(static_cast<size_t>(length), '\0');
-    QMXCommon::WChar2Char(wide.c_str(), narrow.data(), length);
-    text.assign(narrow.data(), narrow.size());
+    text.assign(static_cast<size_t>(length), '\0');
+    QMXCommon::WChar2Char(wide.c_str(), text.data(), length);
 }
 
 scombase::CUnknown* CreateKeyFrameInstance(IUnknown* pOuter, int* phr)
