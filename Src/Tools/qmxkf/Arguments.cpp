@@ -51,10 +51,10 @@ std::string Refusal(const std::string& text, const char* what)
 
 const CLI::Validator kNumber(
     [](std::string& text) { return PlainNumber(text) ? std::string() : Refusal(text, "a plain decimal number"); },
-    "NUMBER");
+    "");
 const CLI::Validator kInteger(
     [](std::string& text) { return PlainInteger(text) ? std::string() : Refusal(text, "a whole decimal number"); },
-    "INTEGER");
+    "");
 
 }  // namespace
 
@@ -64,7 +64,8 @@ CLI::Option* AddNumber(CLI::App* command, const std::string& name, std::optional
     return command
         ->add_option_function<std::string>(
             name, [&target](const std::string& text) { target = PlainNumber(text); }, help)
-        ->check(kNumber);
+        ->check(kNumber)
+        ->type_name("NUMBER");
 }
 
 CLI::Option* AddInteger(CLI::App* command, const std::string& name, int& target, const std::string& help)
@@ -72,7 +73,8 @@ CLI::Option* AddInteger(CLI::App* command, const std::string& name, int& target,
     return command
         ->add_option_function<std::string>(
             name, [&target](const std::string& text) { target = PlainInteger(text).value(); }, help)
-        ->check(kInteger);
+        ->check(kInteger)
+        ->type_name("INTEGER");
 }
 
 CLI::Option* AddFile(CLI::App* command, std::string& file)
@@ -81,7 +83,8 @@ CLI::Option* AddFile(CLI::App* command, std::string& file)
         ->required()
         ->check(CLI::Validator(
             [](std::string& text) { return text.empty() ? std::string("the file name is empty") : std::string(); },
-            "FILE"));
+            ""))
+        ->type_name("FILE");
 }
 
 void AddEditCommands(CLI::App& app, Edit& edit, std::string* file, const std::function<void()>& chosen)
