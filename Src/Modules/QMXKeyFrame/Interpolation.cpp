@@ -20,16 +20,14 @@ using core::eKeyframeTypeSmoothClamped;
 using core::eKeyframeTypeSpline;
 using core::KeyframeInterpolationType;
 
-namespace {
-
-// A value as a number: booleans 1.0/0.0, numeric kinds converted, anything
-// else 0.0 without error.
-double NumberOf(const core::ValAny& value)
+double numberOf(const core::ValAny& value)
 {
     if (value.GetTypeTag() == core::ValAny::kBool)
         return value.Get<bool>() ? 1.0 : 0.0;
     return value.IsNumber() ? value.Get<double>() : 0.0;
 }
+
+namespace {
 
 // One polynomial term: exactly 0.0 for a zero coefficient, whatever the power.
 inline double Term(double coefficient, double power)
@@ -152,8 +150,16 @@ double interpolate(double tcur, core::ValAny vcur, double vcurDerivRight, double
                    double tnext, core::ValAny vnext, double time, KeyframeInterpolationType interp,
                    KeyframeInterpolationType interpNext)
 {
-    const HermiteSegment seg = normaliseSegment(tcur, NumberOf(vcur), vcurDerivRight, vnextDerivLeft, tnext,
-                                  NumberOf(vnext), interp, interpNext);
+    return interpolateNumbers(tcur, numberOf(vcur), vcurDerivRight, vnextDerivLeft, tnext, numberOf(vnext), time,
+                              interp, interpNext);
+}
+
+double interpolateNumbers(double tcur, double vcur, double vcurDerivRight, double vnextDerivLeft, double tnext,
+                          double vnext, double time, KeyframeInterpolationType interp,
+                          KeyframeInterpolationType interpNext)
+{
+    const HermiteSegment seg =
+        normaliseSegment(tcur, vcur, vcurDerivRight, vnextDerivLeft, tnext, vnext, interp, interpNext);
     const double s = (time - seg.t0) / (seg.t1 - seg.t0);
     const double s2 = s * s;
     return seg.p0 + Term(seg.m0, s) + Term(CurvatureCoeff(seg), s2) + Term(CubicCoeff(seg), s2 * s);
@@ -186,9 +192,9 @@ void autoComputeDerivatives(KeyframeInterpolationType interpPrev, KeyframeInterp
                             double tCur, core::ValAny vCurAny, double tNext, core::ValAny vNextAny,
                             double vPrevDerivRight, double vNextDerivLeft, double* left, double* right)
 {
-    const double vCur = NumberOf(vCurAny);
-    const double vPrev = NumberOf(vPrevAny);
-    const double vNext = NumberOf(vNextAny);
+    const double vCur = numberOf(vCurAny);
+    const double vPrev = numberOf(vPrevAny);
+    const double vNext = numberOf(vNextAny);
     const bool hasPrev = interpPrev != eKeyframeTypeNone;
     const bool hasNext = interpNext != eKeyframeTypeNone;
     // A missing side is one time unit long.

@@ -86,5 +86,13 @@ HermiteSegment normaliseSegment(double tcur, double vcur, double vcurDerivRight,
                                 double vnextDerivLeft, double tnext, double vnext,
                                 core::KeyframeInterpolationType interp,
                                 core::KeyframeInterpolationType interpNext);
+// A value as interpolate reads it: booleans 1.0 or 0.0, numeric kinds
+// converted, anything else 0.0 without error.
+double numberOf(const core::ValAny& value);
+// interpolate with its two values already read as numbers; interpolate is
+// this function applied to numberOf of each.
+double interpolateNumbers(double tcur, double vcur, double vcurDerivRight, double vnextDerivLeft, double tnext,
+                          double vnext, double time, core::KeyframeInterpolationType interp,
+                          core::KeyframeInterpolationType interpNext);
 
 }  // namespace Interpolation

@@ -23,6 +23,7 @@ public:
 
     double GetTime() const { return time; }
     ValAny GetValue() const { return value; }
+    const ValAny& StoredValue() const { return value; }  // without a copy
     KeyframeInterpolationType GetInterpolation() const { return interpolation; }
     double GetLeftDerivative() const { return leftDerivative; }
     double GetRightDerivative() const { return rightDerivative; }

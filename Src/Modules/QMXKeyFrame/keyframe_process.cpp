@@ -37,43 +37,74 @@ int TruncateToInt(double value)
 
 }  // namespace
 
+namespace {
+
+// The keys of the segment around a time whose first later key is `itup` (the
+// end when there is none). Before the first key and from the last key on,
+// the missing key is a phantom one time unit away, of kind none, with the
+// end key's value and slope 0, so evaluation continues the end key's slope.
+// Values are referred to where they are stored.
+struct SegmentKeys {
+    double tStart, dStart, tEnd, dEnd;
+    const ValAny* vStart;
+    const ValAny* vEnd;
+    KeyframeInterpolationType kStart, kEnd;
+};
+
+SegmentKeys SegmentAround(const KeySet& keyFrames, KeySet::const_iterator itup)
+{
+    SegmentKeys s;
+    const auto endFrom = [&](KeySet::const_iterator key) {
+        s.tEnd = key->GetTime();
+        s.vEnd = &key->StoredValue();
+        s.dEnd = key->GetLeftDerivative();
+        s.kEnd = key->GetInterpolation();
+    };
+    if (itup == keyFrames.begin()) {
+        endFrom(itup);
+        s.tStart = s.tEnd - 1.0;
+        s.vStart = s.vEnd;
+        s.dStart = 0.0;
+        s.kStart = eKeyframeTypeNone;
+        return s;
+    }
+    const KeySet::const_iterator itcur = std::prev(itup);
+    s.tStart = itcur->GetTime();
+    s.vStart = &itcur->StoredValue();
+    s.dStart = itcur->GetRightDerivative();
+    s.kStart = itcur->GetInterpolation();
+    if (itup == keyFrames.end()) {
+        s.tEnd = s.tStart + 1.0;
+        s.vEnd = s.vStart;
+        s.dEnd = 0.0;
+        s.kEnd = eKeyframeTypeNone;
+        return s;
+    }
+    endFrom(itup);
+    return s;
+}
+
+}  // namespace
+
 void interParams(const KeySet& keyFrames, const double* t, KeySet::const_iterator itup,
                  double* tStart, ValAny* vStart, double* dStart, KeyframeInterpolationType* kStart,
                  double* tEnd, ValAny* vEnd, double* dEnd, KeyframeInterpolationType* kEnd)
 {
     QMX_CHECK(keyFrames.size() >= 1);
     QMX_CHECK(itup == keyFrames.end() || *t < itup->GetTime());
-    const auto startFrom = [&](KeySet::const_iterator key) {
-        *tStart = key->GetTime();
-        *vStart = key->GetValue();
-        *dStart = key->GetRightDerivative();
-        *kStart = key->GetInterpolation();
-    };
-    const auto endFrom = [&](KeySet::const_iterator key) {
-        *tEnd = key->GetTime();
-        *vEnd = key->GetValue();
-        *dEnd = key->GetLeftDerivative();
-        *kEnd = key->GetInterpolation();
-    };
-    if (itup == keyFrames.begin()) {
-        endFrom(itup);
-        *tStart = *tEnd - 1.0;
-        *vStart = *vEnd;
-        *dStart = 0.0;
-        *kStart = eKeyframeTypeNone;
-        return;
+    if (itup != keyFrames.begin() && itup != keyFrames.end()) {
+        const KeySet::const_iterator itcur = std::prev(itup);
+        QMX_CHECK(itcur->GetTime() <= *t);
     }
-    const KeySet::const_iterator itcur = std::prev(itup);
-    startFrom(itcur);
-    if (itup == keyFrames.end()) {
-        *tEnd = *tStart + 1.0;
-        *vEnd = *vStart;
-        *dEnd = 0.0;
-        *kEnd = eKeyframeTypeNone;
-        return;
-    }
-    QMX_CHECK(itcur->GetTime() <= *t);
-    endFrom(itup);
+    const SegmentKeys s = SegmentAround(keyFrames, itup);
+    *tStart = s.tStart;
+    *vStart = *s.vStart;
+    *dStart = s.dStart;
+    *kStart = s.kStart;
+    *tEnd = s.tEnd;
+    *vEnd = *s.vEnd;
+    *dEnd = s.dEnd;
+    *kEnd = s.kEnd;
 }
 
 // ---- construction and the component face ----
@@ -345,12 +376,12 @@ ValAny Parameter::GetValue(double time, bool clamp) const
 {
     if (timeValueSets.empty())
         return ValAny(0);
-    const const_iterator itup = firstAfter(time);
-    double tStart, dStart, tEnd, dEnd;
-    ValAny vStart, vEnd;
-    KeyframeInterpolationType kStart, kEnd;
-    interParams(timeValueSets, &time, itup, &tStart, &vStart, &dStart, &kStart, &tEnd, &vEnd, &dEnd, &kEnd);
-    ValAny value(Interpolation::interpolate(tStart, vStart, dStart, dEnd, tEnd, vEnd, time, kStart, kEnd));
+    // The segment as interParams gathers it (firstAfter gives the keys its
+    // checks ask for), read where the keys are stored instead of copied.
+    const SegmentKeys s = SegmentAround(timeValueSets, firstAfter(time));
+    ValAny value(Interpolation::interpolateNumbers(s.tStart, Interpolation::numberOf(*s.vStart), s.dStart, s.dEnd,
+                                                   s.tEnd, Interpolation::numberOf(*s.vEnd), time, s.kStart,
+                                                   s.kEnd));
     if (clamp && (paramType == eParameterTypeDouble || paramType == eParameterTypeInt) && mustClamp())
         value = clampValueToCurveYRange(value);
     switch (paramType) {
