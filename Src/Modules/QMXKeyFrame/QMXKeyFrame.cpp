@@ -85,7 +85,7 @@ CQMXKeyFrame::CQMXKeyFrame(IUnknown* pOuter) : CUnknown(pOuter)
 void CQMXKeyFrame::Init()
 {
     for (int key = 0; key < kCurveCount; ++key)
-        Slot(key) = NewCurve();
+        SetCurve(key, NewCurve());
 }
 
 HRESULT CQMXKeyFrame::NonDelegatingQueryInterface(const _GUID& iid, void** ppv)
@@ -129,8 +129,16 @@ QMXComPtr<IKeyFrame>& CQMXKeyFrame::Slot(int key)
     return it->second;
 }
 
+void CQMXKeyFrame::SetCurve(int key, const QMXComPtr<IKeyFrame>& curve)
+{
+    Slot(key) = curve;
+    m_curves[key] = curve.Get();
+}
+
 IKeyFrame& CQMXKeyFrame::Curve(int key)
 {
+    if (key >= 0 && key < kCurveCount && m_curves[key] != nullptr)
+        return *m_curves[key];
     IKeyFrame* curve = Slot(key).Get();
     QMX_CHECK(curve != nullptr);
     return *curve;
@@ -377,7 +385,7 @@ HRESULT CQMXKeyFrame::ReadFrom(IQMXProperties* props)
             curve = NewCurve();
             QMX_CHECK(curve.Get() != nullptr);
         }
-        Slot(key) = curve;
+        SetCurve(key, curve);
     }
     return S_OK;
 }

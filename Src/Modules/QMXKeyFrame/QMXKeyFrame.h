@@ -73,6 +73,8 @@ private:
     // Curve `key`, inserting an empty slot for a missing key; fatal when the
     // slot holds no curve.
     core::IKeyFrame& Curve(int key);
+    // Puts `curve` into slot `key` (0..5), releasing the curve it held.
+    void SetCurve(int key, const QMXComPtr<core::IKeyFrame>& curve);
     // Whether `index` names a key of curve 0; when not, reports it through
     // the host's logger with `format` and the reporting statement's `line`.
     bool CheckIndex(int index, const wchar_t* format, int line);
@@ -81,4 +83,7 @@ private:
 
     std::map<int, QMXComPtr<core::IKeyFrame>> m_mapKeyFrame;
     std::mutex m_mutex;
+    // The curves of slots 0..5 as m_mapKeyFrame holds them, so that the calls
+    // of every frame skip the map; changed only with those slots (SetCurve).
+    core::IKeyFrame* m_curves[6] = {};
 };
