@@ -35,10 +35,6 @@ int TruncateToInt(double value)
     return static_cast<int>(value);
 }
 
-}  // namespace
-
-namespace {
-
 // The keys of the segment around a time whose first later key is `itup` (the
 // end when there is none). Before the first key and from the last key on,
 // the missing key is a phantom one time unit away, of kind none, with the

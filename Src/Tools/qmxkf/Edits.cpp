@@ -10,8 +10,6 @@ namespace qmxkf {
 
 namespace {
 
-constexpr int kKindNone = 7;
-
 std::string Seconds(double time) { return Number(time) + " s"; }
 
 // The number of keys earlier than `time`.
@@ -38,7 +36,7 @@ void RequireRecomputable(Project& project, int index, int property, bool neighbo
         if (property >= 0 && p != property)
             continue;
         const int kind = project.FixedKind(p, index);
-        if (kind < 0 || (neighbour && kind == kKindNone))
+        if (kind < 0 || (neighbour && kind == core::eKeyframeTypeNone))
             continue;
         throw ToolError("key " + std::to_string(index) + " is of kind " + kKindNames[kind] + " on " +
                         kProperties[p].title + ": its tangents are kept as the file gives them, and this edit "

@@ -55,7 +55,7 @@ Project::Project(const ModuleHost& module, const std::string& path, Open mode, i
     for (int key = 0, count = KeyCount(); key < count; ++key) {
         for (int p = 0; p < 6; ++p) {
             const int kind = stored.curves[p]->GetInterpolationType(key);
-            if (kind < kFirstFixedKind)
+            if (kind != core::eKeyframeTypeFree && kind != core::eKeyframeTypeNone)
                 continue;
             auto [entry, added] = m_fixedKinds.try_emplace(stored.curves[0]->GetPointTime(key));
             if (added)

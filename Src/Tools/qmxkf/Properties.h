@@ -24,10 +24,10 @@ inline constexpr Property kProperties[6] = {
 };
 
 // Key kinds by their number in a curve: the six automatic kinds, then free
-// (tangents kept as given) and none, which the module never recomputes.
+// (tangents kept as given) and none, which the module never recomputes
+// (core::eKeyframeTypeFree and core::eKeyframeTypeNone).
 inline constexpr const char* kKindNames[8] = {"constant", "linear", "smooth clamped", "smooth",
                                               "spline",   "flat",   "free",           "none"};
-inline constexpr int kFirstFixedKind = 6;
 
 // Identity transform: the values of a first key where none are given.
 inline constexpr KeyFrameParam kNeutral = {0.0, 0.0, 0.0, 0.0, 1.0, 1.0, 1.0};
