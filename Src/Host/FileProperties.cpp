@@ -669,27 +669,30 @@ IQMXProperties* OpenBag(const std::string& path, bool createIfMissing, bool edit
     return nullptr;
 }
 
-}  // namespace
-
-extern "C" IQMXProperties* QMXOpenFileProperties(const char* path, int createIfMissing, char* error,
-                                                 int errorLength)
+// OpenBag for the C entry points: a null path, and the message copied out.
+IQMXProperties* OpenBag(const char* path, int createIfMissing, bool editing, int waitMilliseconds, char* error,
+                        int errorLength)
 {
     std::string message = "no file name given";
-    IQMXProperties* bag = path != nullptr ? OpenBag(path, createIfMissing != 0, false, 0, message) : nullptr;
+    IQMXProperties* bag =
+        path != nullptr ? OpenBag(path, createIfMissing != 0, editing, waitMilliseconds, message) : nullptr;
     if (bag == nullptr)
         SetError(error, errorLength, message);
     return bag;
 }
 
+}  // namespace
+
+extern "C" IQMXProperties* QMXOpenFileProperties(const char* path, int createIfMissing, char* error,
+                                                 int errorLength)
+{
+    return OpenBag(path, createIfMissing, false, 0, error, errorLength);
+}
+
 extern "C" IQMXProperties* QMXEditFileProperties(const char* path, int createIfMissing, int waitMilliseconds,
                                                  char* error, int errorLength)
 {
-    std::string message = "no file name given";
-    IQMXProperties* bag =
-        path != nullptr ? OpenBag(path, createIfMissing != 0, true, waitMilliseconds, message) : nullptr;
-    if (bag == nullptr)
-        SetError(error, errorLength, message);
-    return bag;
+    return OpenBag(path, createIfMissing, true, waitMilliseconds, error, errorLength);
 }
 
 extern "C" HRESULT QMXSaveFileProperties(IQMXProperties* bag, char* error, int errorLength)
