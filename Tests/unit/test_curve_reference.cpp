@@ -151,10 +151,10 @@ void ExpectSame(const Parameter& curve, const ReferenceCurve& reference, const s
                     curve.GetInterpolationType(i) == k.kind && Same(left, k.left) && Same(right, k.right))
             << when << ": key " << i;
     }
-    for (double t : {-1.5, 0.0, 0.3, 1.0, 2.7, 4.0, 6.25, 9.0, 12.5}) {
-        if (!reference.keys.empty())
-            ASSERT_TRUE(Same(curve.GetValue(t, false).Get<double>(), reference.Value(t))) << when << ": at " << t;
-    }
+    if (reference.keys.empty())
+        return;
+    for (double t : {-1.5, 0.0, 0.3, 1.0, 2.7, 4.0, 6.25, 9.0, 12.5})
+        ASSERT_TRUE(Same(curve.GetValue(t, false).Get<double>(), reference.Value(t))) << when << ": at " << t;
 }
 
 }  // namespace

@@ -17,12 +17,6 @@ namespace core {
 
 namespace {
 
-// A search key: only the time takes part in the ordering.
-TimeValuePair Probe(double time)
-{
-    return TimeValuePair(time, ValAny(), eKeyframeTypeNone);
-}
-
 // Truncation toward zero, saturated to the int range; NaN gives 0.
 int TruncateToInt(double value)
 {
@@ -47,10 +41,10 @@ struct SegmentKeys {
     KeyframeInterpolationType kStart, kEnd;
 };
 
-SegmentKeys SegmentAround(const KeySet& keyFrames, KeySet::const_iterator itup)
+SegmentKeys SegmentAround(const KeyStore& keyFrames, KeyStore::const_iterator itup)
 {
     SegmentKeys s;
-    const auto endFrom = [&](KeySet::const_iterator key) {
+    const auto endFrom = [&](KeyStore::const_iterator key) {
         s.tEnd = key->GetTime();
         s.vEnd = &key->StoredValue();
         s.dEnd = key->GetLeftDerivative();
@@ -64,7 +58,7 @@ SegmentKeys SegmentAround(const KeySet& keyFrames, KeySet::const_iterator itup)
         s.kStart = eKeyframeTypeNone;
         return s;
     }
-    const KeySet::const_iterator itcur = std::prev(itup);
+    const KeyStore::const_iterator itcur = std::prev(itup);
     s.tStart = itcur->GetTime();
     s.vStart = &itcur->StoredValue();
     s.dStart = itcur->GetRightDerivative();
@@ -82,14 +76,14 @@ SegmentKeys SegmentAround(const KeySet& keyFrames, KeySet::const_iterator itup)
 
 }  // namespace
 
-void interParams(const KeySet& keyFrames, const double* t, KeySet::const_iterator itup,
+void interParams(const KeyStore& keyFrames, const double* t, KeyStore::const_iterator itup,
                  double* tStart, ValAny* vStart, double* dStart, KeyframeInterpolationType* kStart,
                  double* tEnd, ValAny* vEnd, double* dEnd, KeyframeInterpolationType* kEnd)
 {
     QMX_CHECK(keyFrames.size() >= 1);
     QMX_CHECK(itup == keyFrames.end() || *t < itup->GetTime());
     if (itup != keyFrames.begin() && itup != keyFrames.end()) {
-        const KeySet::const_iterator itcur = std::prev(itup);
+        const KeyStore::const_iterator itcur = std::prev(itup);
         QMX_CHECK(itcur->GetTime() <= *t);
     }
     const SegmentKeys s = SegmentAround(keyFrames, itup);
@@ -251,9 +245,7 @@ int Parameter::GetKeyFramesCount() const
 
 Parameter::const_iterator Parameter::atIndex(int index) const
 {
-    if (index < 0 || index >= GetKeyFramesCount())
-        throw std::out_of_range("keyframe index out of range");
-    return timeValueSets.find_by_order(static_cast<size_t>(index));
+    return const_cast<Parameter*>(this)->atIndex(index);
 }
 
 Parameter::iterator Parameter::atIndex(int index)
@@ -265,18 +257,17 @@ Parameter::iterator Parameter::atIndex(int index)
 
 int Parameter::indexOf(const_iterator key) const
 {
-    return static_cast<int>(timeValueSets.order_of_key(*key));
+    return static_cast<int>(timeValueSets.order_of(key));
 }
 
-Parameter::const_iterator Parameter::findWithTime(const KeySet& keys, double time)
+Parameter::const_iterator Parameter::findWithTime(const KeyStore& keys, double time)
 {
-    const const_iterator it = keys.lower_bound(Probe(time));
-    return it != keys.end() && it->GetTime() == time ? it : keys.end();
+    return findWithTime(const_cast<KeyStore&>(keys), time);
 }
 
-Parameter::iterator Parameter::findWithTime(KeySet& keys, double time)
+Parameter::iterator Parameter::findWithTime(KeyStore& keys, double time)
 {
-    const iterator it = keys.lower_bound(Probe(time));
+    const iterator it = keys.lower_bound(time);
     return it != keys.end() && it->GetTime() == time ? it : keys.end();
 }
 
@@ -313,16 +304,16 @@ void Parameter::GetPointControlParam(int index, double& left, double& right) con
     right = it->GetRightDerivative();
 }
 
-// NaN compares false with every time, so tree searches for it would stop
+// NaN compares false with every time, so searches for it would stop
 // anywhere; these answer as a walk over the keys does.
 Parameter::const_iterator Parameter::firstAfter(double time) const
 {
-    return std::isnan(time) ? timeValueSets.end() : timeValueSets.upper_bound(Probe(time));
+    return std::isnan(time) ? timeValueSets.end() : timeValueSets.upper_bound(time);
 }
 
 Parameter::const_iterator Parameter::firstAtOrAfter(double time) const
 {
-    return std::isnan(time) ? timeValueSets.end() : timeValueSets.lower_bound(Probe(time));
+    return std::isnan(time) ? timeValueSets.end() : timeValueSets.lower_bound(time);
 }
 
 int Parameter::GetNKeyFramesInRange(double t0, double t1) const
@@ -331,9 +322,8 @@ int Parameter::GetNKeyFramesInRange(double t0, double t1) const
     // (none is at or below NaN).
     if (std::isnan(t1))
         return 0;
-    const size_t first = std::isnan(t0) ? 0 : timeValueSets.order_of_key(Probe(t0));
-    const const_iterator past = firstAfter(t1);
-    const size_t last = past == timeValueSets.end() ? timeValueSets.size() : timeValueSets.order_of_key(*past);
+    const size_t first = std::isnan(t0) ? 0 : timeValueSets.order_of(timeValueSets.lower_bound(t0));
+    const size_t last = timeValueSets.order_of(firstAfter(t1));
     return last > first ? static_cast<int>(last - first) : 0;
 }
 
@@ -372,9 +362,12 @@ ValAny Parameter::GetValue(double time, bool clamp) const
 {
     if (timeValueSets.empty())
         return ValAny(0);
-    // The segment as interParams gathers it (firstAfter gives the keys its
-    // checks ask for), read where the keys are stored instead of copied.
-    const SegmentKeys s = SegmentAround(timeValueSets, firstAfter(time));
+    // The segment as interParams gathers it (the first key after `time`, as
+    // its checks ask for), read where the keys are stored instead of copied.
+    // Playback asks for times in order, so the search starts where the last
+    // one ended.
+    const const_iterator itup = std::isnan(time) ? timeValueSets.end() : timeValueSets.upper_bound_near(time);
+    const SegmentKeys s = SegmentAround(timeValueSets, itup);
     ValAny value(Interpolation::interpolateNumbers(s.tStart, Interpolation::numberOf(*s.vStart), s.dStart, s.dEnd,
                                                    s.tEnd, Interpolation::numberOf(*s.vEnd), time, s.kStart,
                                                    s.kEnd));
@@ -407,12 +400,9 @@ void Parameter::GetCubicCoeffs(double time, double& c0, double& c1, double& c2, 
 std::pair<Parameter::iterator, bool> Parameter::addTimeValuePair(const TimeValuePair& key)
 {
     const std::pair<iterator, bool> inserted = timeValueSets.insert(key);
-    if (inserted.second)
-        return inserted;
-    timeValueSets.erase(inserted.first);
-    const std::pair<iterator, bool> newKey = timeValueSets.insert(key);
-    QMX_CHECK(newKey.second);
-    return {newKey.first, false};
+    if (!inserted.second)
+        *inserted.first = key;  // the same time: the place is the same
+    return inserted;
 }
 
 Parameter::iterator Parameter::addPoint(double time, ValAny value, KeyframeInterpolationType kind)
@@ -472,7 +462,8 @@ void Parameter::replaceKey(iterator it, const TimeValuePair& key)
     const iterator next = std::next(it);
     if (time == it->GetTime() || ((it == timeValueSets.begin() || std::prev(it)->GetTime() < time) &&
                                   (next == timeValueSets.end() || time < next->GetTime()))) {
-        Stored(it) = key;
+        *it = key;
+        timeValueSets.retime(it, time);
         evaluateCurveChanged(eChangedReasonKeyframe, it);
         return;
     }
@@ -544,8 +535,8 @@ TimeValuePair Parameter::setKeyFrameDerivativesInternal(double left, double righ
     iterator it = atIndex(index);
     QMX_CHECK(it != timeValueSets.end());
     if (!(it->GetLeftDerivative() == left && it->GetRightDerivative() == right)) {
-        Stored(it).SetLeftDerivative(left);
-        Stored(it).SetRightDerivative(right);
+        it->SetLeftDerivative(left);
+        it->SetRightDerivative(right);
         it = evaluateCurveChanged(eChangedReasonDerivatives, it);
     }
     if (outIndex != nullptr)
@@ -603,8 +594,8 @@ Parameter::iterator Parameter::refreshDerivatives(ParameterChangedReasonEnum rea
     double left = 0.0, right = 0.0;
     Interpolation::autoComputeDerivatives(kindPrev, kind, kindNext, tPrev, vPrev, tCur, vCur, tNext, vNext,
                                           prevRight, nextLeft, &left, &right);
-    Stored(key).SetLeftDerivative(left);
-    Stored(key).SetRightDerivative(right);
+    key->SetLeftDerivative(left);
+    key->SetRightDerivative(right);
     if (reason != eChangedReasonDerivatives)
         evaluateCurveChanged(eChangedReasonDerivatives, key);
     return key;

@@ -1,32 +1,26 @@
 // core::Parameter: one keyframed parameter curve. Keys are kept ordered and
-// unique by time; every edit replaces whole keys and then recomputes the
-// automatic tangents of the edited key and its two neighbours. The curve has
-// no lock: its users serialise access (the track holds its mutex).
+// unique by time; every edit changes a key and then recomputes the automatic
+// tangents of the edited key and its two neighbours. The curve has no lock:
+// its users serialise changes (the track holds its mutex); const reads may
+// run on several threads at once.
 #pragma once
 
-#include <ext/pb_ds/assoc_container.hpp>
-#include <ext/pb_ds/tree_policy.hpp>
 #include <string>
 #include <utility>
 
 #include "IKeyFrame.h"
+#include "KeyStore.h"
 #include "TimeValuePair.h"
 #include "qmx_export.h"
 #include "scombase.h"
 
 namespace core {
 
-// Ordered, unique by time, with logarithmic search and logarithmic index
-// lookups (order statistics); iterators stay valid across unrelated edits.
-using KeySet = __gnu_pbds::tree<TimeValuePair, __gnu_pbds::null_type, TimeValuePair_compare_time,
-                                __gnu_pbds::rb_tree_tag,
-                                __gnu_pbds::tree_order_statistics_node_update>;
-
 // Gathers the data of the segment around *t, whose end key is `itup` (the
 // first key after *t, or the end). Before the first key and from the last key
 // on, the missing key is a phantom one time unit away with kind
 // eKeyframeTypeNone, so evaluation continues the end key's slope.
-void interParams(const KeySet& keyFrames, const double* t, KeySet::const_iterator itup,
+void interParams(const KeyStore& keyFrames, const double* t, KeyStore::const_iterator itup,
                  double* tStart, ValAny* vStart, double* dStart, KeyframeInterpolationType* kStart,
                  double* tEnd, ValAny* vEnd, double* dEnd, KeyframeInterpolationType* kEnd);
 
@@ -36,8 +30,8 @@ public:
         eChangedReasonDerivatives = 0,  // the key is settled: refresh its neighbours only
         eChangedReasonKeyframe = 1,     // the key changed: refresh it, then its neighbours
     };
-    using iterator = KeySet::iterator;
-    using const_iterator = KeySet::const_iterator;
+    using iterator = KeyStore::iterator;
+    using const_iterator = KeyStore::const_iterator;
 
     // A component's curve: type double, no keys, range [-100.0, 100.0].
     explicit Parameter(IUnknown* pOuter);
@@ -83,8 +77,8 @@ public:
     iterator atIndex(int index);
     // The key at exactly `time`, else the end.
     const_iterator find(double time) const;
-    static const_iterator findWithTime(const KeySet& keys, double time);
-    static iterator findWithTime(KeySet& keys, double time);
+    static const_iterator findWithTime(const KeyStore& keys, double time);
+    static iterator findWithTime(KeyStore& keys, double time);
 
     // Whether the range clamps at all (the full double range and
     // [-2147483647, 2147483647] are the no-clamp sentinels).
@@ -130,13 +124,8 @@ private:
     void replaceKey(iterator it, const TimeValuePair& key);
     // Adds a key as AddPoint does; returns where it went.
     iterator addPoint(double time, ValAny value, KeyframeInterpolationType kind);
-    // The key behind `it`, to change in place: the set orders keys by time
-    // alone, so anything else of a key may change where it is, and its time
-    // too while it stays between its neighbours.
-    static TimeValuePair& Stored(const_iterator it) { return const_cast<TimeValuePair&>(*it); }
-
     ParameterTypeEnum paramType;
-    KeySet timeValueSets;
+    KeyStore timeValueSets;
     ValAny minValue;
     ValAny maxValue;
 };
