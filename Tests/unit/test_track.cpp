@@ -175,6 +175,50 @@ TEST(TrackOps, UnreadableValueStopsInValueOrder)
     }
 }
 
+// Sampling a track in frame order after every kind of change gives what each curve evaluates itself,
+// bit for bit: the segments that playback keeps between samples never outlive a change.
+TEST(TrackOps, SamplesFollowEveryEdit)
+{
+    IQMXKeyFrame* t = Query(nullptr);
+    auto* s = Query<IQMXStorage>(t, IID_IQMXStorage);
+    IQMXProperties* bag = QMXCreateMemoryProperties();  // opacity as an int curve
+    bag->SetInt(L"KeyFrameOpacity", 1);
+    bag->SetString(L"KeyFrameOpacitySegment_0",
+                   L"{\"MaxValue\":100,\"MinValue\":-100,\"ParamType\":1,\"nodes\":[[0.0,5,3,0.0,0.0],[4.0,8,3,0.0,0.0]]}");
+    IQMXProperties* plain = QMXCreateMemoryProperties();
+    Add(t, {0.0, 1.0, 2.0, 3.0});
+    EXPECT_EQ(s->WriteTo(plain), S_OK);
+    const std::function<void()> changes[] = {
+        [&] { Add(t, {0.0, 1.0, 2.0, 3.0}); },
+        [&] { KeyFrameParam p = Rec(1.0, 70); t->SetKeyFrame(1, p); },
+        [&] { t->ChangeKeyFramePosition(2, 2.5); },
+        [&] { t->DeleteKeyFrame(0); },
+        [&] { Add(t, {0.5}); },
+        [&] { s->ReadFrom(bag); },
+        [&] { s->ReadFrom(plain); },  // six double curves again
+        [&] { t->CleanAllKeyFrame(); Add(t, {1.0, 3.0}); },
+    };
+    const int field[6] = {1, 2, 3, 6, 4, 5};  // the record's field of each key
+    // At each time: a sample (which the track may keep), a change, and the same sample again.
+    for (int step = -4; step <= 20; ++step)
+        for (const auto& change : changes) {
+            const double x = step / 4.0;
+            KeyFrameParam p{};
+            t->GetKeyFrame(x, p);
+            change();
+            ASSERT_TRUE(t->GetKeyFrame(x, p));
+            const Fields got = F(p);
+            for (int key = 0; key < 6; ++key) {
+                const double want = t->GetKeyFrameValue(key, x).Get<double>();
+                ASSERT_EQ(std::memcmp(&got[field[key]], &want, sizeof want), 0)
+                    << "change " << &change - changes << " key " << key << " at " << x;
+            }
+        }
+    EXPECT_EQ(bag->Release() + plain->Release(), 0u);
+    EXPECT_EQ(s->Release(), 1u);
+    EXPECT_EQ(t->Release(), 0u);
+}
+
 // The four checked operations report a bad index at level 80 with index, count, file and line (one statement
 // each), change nothing and return false; none without a logger, with level 80 disabled, or for sampling.
 TEST(TrackLog, OutOfRangeReports)

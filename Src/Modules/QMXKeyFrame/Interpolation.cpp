@@ -6,6 +6,7 @@
 #include <cmath>
 #include <stdexcept>
 
+#include "SegmentMath.h"
 #include "qmx_check.h"
 
 namespace Interpolation {
@@ -20,31 +21,7 @@ using core::eKeyframeTypeSmoothClamped;
 using core::eKeyframeTypeSpline;
 using core::KeyframeInterpolationType;
 
-double numberOf(const core::ValAny& value)
-{
-    if (value.GetTypeTag() == core::ValAny::kBool)
-        return value.Get<bool>() ? 1.0 : 0.0;
-    return value.IsNumber() ? value.Get<double>() : 0.0;
-}
-
 namespace {
-
-// One polynomial term: exactly 0.0 for a zero coefficient, whatever the power.
-inline double Term(double coefficient, double power)
-{
-    return coefficient == 0.0 ? 0.0 : power * coefficient;
-}
-
-// s^2 and s^3 coefficients of the normalised segment.
-inline double CurvatureCoeff(const HermiteSegment& s)
-{
-    return 3.0 * (s.p1 - s.p0) - 2.0 * s.m0 - s.m1;
-}
-
-inline double CubicCoeff(const HermiteSegment& s)
-{
-    return s.m0 - 2.0 * (s.p1 - s.p0) + s.m1;
-}
 
 inline bool IsZero(double x)
 {
@@ -89,45 +66,9 @@ constexpr double kPiOver3 = 1.0471975511965976;
 
 }  // namespace
 
-HermiteSegment normaliseSegment(double tcur, double vcur, double vcurDerivRight, double vnextDerivLeft,
-                                double tnext, double vnext, KeyframeInterpolationType interp,
-                                KeyframeInterpolationType interpNext)
-{
-    const double length = tnext - tcur;
-    HermiteSegment s;
-    s.m1 = vnextDerivLeft * length;
-    if (interp == eKeyframeTypeNone) {
-        // Before the first key: one time unit ending at it, along its left slope.
-        s.t0 = tnext - 1.0;
-        s.p0 = vnext - s.m1;
-        s.p1 = vnext;
-        s.m0 = s.m1;
-    } else {
-        s.t0 = tcur;
-        s.p0 = vcur;
-        if (interp == eKeyframeTypeConstant) {
-            s.p1 = vcur;
-            s.m0 = 0.0;
-            s.m1 = 0.0;
-        } else {
-            s.p1 = vnext;
-            s.m0 = vcurDerivRight * length;
-        }
-    }
-    s.t1 = tnext;
-    if (interpNext == eKeyframeTypeNone) {
-        // After the last key: one time unit continuing its right slope.
-        s.t1 = s.t0 + 1.0;
-        s.p1 = s.p0 + s.m0;
-        s.m1 = s.m0;
-    }
-    return s;
-}
-
 double cubicEval(double c0, double c1, double c2, double c3, double t)
 {
-    const double t2 = t * t;
-    return c0 + Term(c1, t) + Term(c2, t2) + Term(c3, t2 * t);
+    return cubicAt(c0, c1, c2, c3, t);
 }
 
 void hermiteToCubicCoeffs(double p0, double m0, double m1, double p1, double* c0, double* c1,
@@ -143,26 +84,16 @@ double cubicIntegrate(double c0, double c1, double c2, double c3, double t)
 {
     const double t2 = t * t;
     const double t3 = t2 * t;
-    return Term(c0, t) + Term(c1, t2 * 0.5) + Term(c2, t3 / 3.0) + Term(c3, t3 * t * 0.25);
+    return term(c0, t) + term(c1, t2 * 0.5) + term(c2, t3 / 3.0) + term(c3, t3 * t * 0.25);
 }
 
 double interpolate(double tcur, core::ValAny vcur, double vcurDerivRight, double vnextDerivLeft,
                    double tnext, core::ValAny vnext, double time, KeyframeInterpolationType interp,
                    KeyframeInterpolationType interpNext)
 {
-    return interpolateNumbers(tcur, numberOf(vcur), vcurDerivRight, vnextDerivLeft, tnext, numberOf(vnext), time,
-                              interp, interpNext);
-}
-
-double interpolateNumbers(double tcur, double vcur, double vcurDerivRight, double vnextDerivLeft, double tnext,
-                          double vnext, double time, KeyframeInterpolationType interp,
-                          KeyframeInterpolationType interpNext)
-{
-    const HermiteSegment seg =
-        normaliseSegment(tcur, vcur, vcurDerivRight, vnextDerivLeft, tnext, vnext, interp, interpNext);
-    const double s = (time - seg.t0) / (seg.t1 - seg.t0);
-    const double s2 = s * s;
-    return seg.p0 + Term(seg.m0, s) + Term(CurvatureCoeff(seg), s2) + Term(CubicCoeff(seg), s2 * s);
+    return valueAt(cubicSegment(tcur, numberOf(vcur), vcurDerivRight, vnextDerivLeft, tnext, numberOf(vnext), interp,
+                                interpNext),
+                   time);
 }
 
 double integrate(double tcur, double vcur, double vcurDerivRight, double vnextDerivLeft,
@@ -174,12 +105,12 @@ double integrate(double tcur, double vcur, double vcurDerivRight, double vnextDe
     const HermiteSegment seg =
         normaliseSegment(tcur, vcur, vcurDerivRight, vnextDerivLeft, tnext, vnext, interp, interpNext);
     const double length = seg.t1 - seg.t0;
-    const double c2 = CurvatureCoeff(seg);
-    const double c3 = CubicCoeff(seg);
+    const double c2 = curvatureCoeff(seg);
+    const double c3 = cubicCoeff(seg);
     const auto area = [&](double s) {
         const double s2 = s * s;
         const double s3 = s2 * s;
-        return Term(seg.p0, s) + Term(seg.m0, s2 * 0.5) + Term(c2, s3 / 3.0) + Term(c3, s3 * s * 0.25);
+        return term(seg.p0, s) + term(seg.m0, s2 * 0.5) + term(c2, s3 / 3.0) + term(c3, s3 * s * 0.25);
     };
     const double upper = area((time2 - seg.t0) / length);
     if (time1 == seg.t0)
@@ -294,7 +225,7 @@ double solve(double tcur, double vcur, double vcurDerivRight, double vnextDerivL
         normaliseSegment(tcur, vcur, vcurDerivRight, vnextDerivLeft, tnext, vnext, interp, interpNext);
     // Running integral p0 x + m0/(2 (t1 - t0)) x^2 + c2/3 x^3 = value: the
     // segment's cubic term is left out so the equation stays of degree three.
-    const double c3 = CurvatureCoeff(seg) / 3.0;
+    const double c3 = curvatureCoeff(seg) / 3.0;
     const double c2 = seg.m0 / (seg.t1 - seg.t0) * 0.5;
     const double c1 = seg.p0;
     const double c0 = -value;

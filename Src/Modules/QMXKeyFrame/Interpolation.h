@@ -3,6 +3,9 @@
 // any thread. Exported with these exact parameter lists: hosts resolve them
 // by their mangled names.
 //
+// The module's own evaluation paths use the same arithmetic through
+// SegmentMath.h.
+//
 // A segment is given by its two keys in this order: tcur, vcur, the first
 // key's right derivative, the second key's left derivative, tnext, vnext
 // (derivatives in value units per unit of time), then the two kinds.
@@ -75,24 +78,5 @@ QMX_EXPORT double solve(double tcur, double vcur, double vcurDerivRight, double 
 // Order: the larger quadratic root first; of three roots the largest first;
 // of a double root, the simple root first. Fatal on a NaN coefficient.
 QMX_EXPORT int solveCubic(double c0, double c1, double c2, double c3, double roots[3]);
-
-// Module-internal (not exported): a segment in normalised form, times t0..t1,
-// end values p0, p1 and end slopes m0, m1 per whole segment, as every
-// function above derives it from the two keys' data.
-struct HermiteSegment {
-    double t0, t1, p0, p1, m0, m1;
-};
-HermiteSegment normaliseSegment(double tcur, double vcur, double vcurDerivRight,
-                                double vnextDerivLeft, double tnext, double vnext,
-                                core::KeyframeInterpolationType interp,
-                                core::KeyframeInterpolationType interpNext);
-// A value as interpolate reads it: booleans 1.0 or 0.0, numeric kinds
-// converted, anything else 0.0 without error.
-double numberOf(const core::ValAny& value);
-// interpolate with its two values already read as numbers; interpolate is
-// this function applied to numberOf of each.
-double interpolateNumbers(double tcur, double vcur, double vcurDerivRight, double vnextDerivLeft, double tnext,
-                          double vnext, double time, core::KeyframeInterpolationType interp,
-                          core::KeyframeInterpolationType interpNext);
 
 }  // namespace Interpolation

@@ -9,6 +9,7 @@
 #include "QMXCommon.h"
 #include "QMXKeyFrameGuids.h"
 #include "QMXLogger.h"
+#include "keyframe_process.h"
 #include "qmx_check.h"
 
 const wchar_t* const KEYFRAMENAME[6] = {
@@ -133,6 +134,25 @@ void CQMXKeyFrame::SetCurve(int key, const QMXComPtr<IKeyFrame>& curve)
 {
     Slot(key) = curve;
     m_curves[key] = curve.Get();
+    m_own[key] = dynamic_cast<core::Parameter*>(curve.Get());
+    Forget();
+}
+
+void CQMXKeyFrame::Forget()
+{
+    for (Remembered& remembered : m_remembered)
+        remembered = Remembered();
+}
+
+double CQMXKeyFrame::Sample(int key, double position)
+{
+    core::Parameter* own = m_own[key];
+    if (own == nullptr)
+        return Curve(key).GetValue(position, false).Get<double>();
+    Remembered& r = m_remembered[key];
+    if (!(r.from <= position && position < r.to) && !own->SegmentAt(position, r.segment, r.from, r.to))
+        return own->GetValue(position, false).Get<double>();  // no keys
+    return own->NumberFrom(Interpolation::valueAt(r.segment, position));
 }
 
 IKeyFrame& CQMXKeyFrame::Curve(int key)
@@ -155,8 +175,16 @@ bool CQMXKeyFrame::CheckIndex(int index, const wchar_t* format, int line)
 
 void CQMXKeyFrame::AddToAllCurves(const KeyFrameParam& param)
 {
-    for (int key : kValueOrder)
-        Curve(key).AddPoint(param.dPosition, ValAny(param.*kFieldOfKey[key]), core::eKeyframeTypeLinear);
+    Forget();
+    for (int key : kValueOrder) {
+        const ValAny value(param.*kFieldOfKey[key]);
+        // The index AddPoint computes is not needed; only the module's own
+        // curve is known to do the same without it.
+        if (m_own[key] != nullptr)
+            m_own[key]->AddPointWithoutIndex(param.dPosition, value, core::eKeyframeTypeLinear);
+        else
+            Curve(key).AddPoint(param.dPosition, value, core::eKeyframeTypeLinear);
+    }
 }
 
 // ---- keyframes ----
@@ -198,6 +226,7 @@ bool CQMXKeyFrame::DeleteKeyFrame(int index)
     std::lock_guard<std::mutex> lock(m_mutex);
     if (!CheckIndex(index, L"DeleteKeyFrame index is out of range! index:%d, count:%d  [%ls, %d]", __LINE__))
         return false;
+    Forget();
     for (int key = 0; key < kCurveCount; ++key)
         Curve(key).RemovePoint(index);
     return true;
@@ -208,6 +237,7 @@ bool CQMXKeyFrame::SetKeyFrame(int index, const KeyFrameParam& param)
     std::lock_guard<std::mutex> lock(m_mutex);
     if (!CheckIndex(index, L"SetKeyFrame index is out of range! index:%d, count:%d  [%ls, %d]", __LINE__))
         return false;
+    Forget();
     // Every value is written before any key moves.
     for (int key : kValueOrder)
         Curve(key).SetPointValue(index, ValAny(param.*kFieldOfKey[key]));
@@ -219,6 +249,7 @@ bool CQMXKeyFrame::SetKeyFrame(int index, const KeyFrameParam& param)
 void CQMXKeyFrame::CleanAllKeyFrame()
 {
     std::lock_guard<std::mutex> lock(m_mutex);
+    Forget();
     for (int key = 0; key < kCurveCount; ++key)
         Curve(key).Clear();
 }
@@ -229,6 +260,7 @@ bool CQMXKeyFrame::ChangeKeyFramePosition(int index, double position)
     if (!CheckIndex(index, L"ChangeKeyFramePosition index is out of range! index:%d, count:%d  [%ls, %d]",
                     __LINE__))
         return false;
+    Forget();
     for (int key : kValueOrder)
         Curve(key).SetPointTime(index, position);
     return true;
@@ -260,7 +292,7 @@ bool CQMXKeyFrame::GetKeyFrame(double position, KeyFrameParam& param)
         return false;
     param.dPosition = position;
     for (int key : kValueOrder)
-        param.*kFieldOfKey[key] = Curve(key).GetValue(position, false).Get<double>();
+        param.*kFieldOfKey[key] = Sample(key, position);
     return true;
 }
 

@@ -12,6 +12,7 @@
 #include "IKeyFrame.h"
 #include "IQMXKeyFrame.h"
 #include "IQMXProperties.h"
+#include "SegmentMath.h"
 #include "QMXComPtr.h"
 #include "qmx_export.h"
 #include "scombase.h"
@@ -19,6 +20,10 @@
 // Property names of the six curves by property key; also their names in a
 // property bag.
 extern const wchar_t* const KEYFRAMENAME[6];
+
+namespace core {
+class Parameter;
+}
 
 // Creation function of the track class: one reference taken, 0 in *phr.
 QMX_EXPORT scombase::CUnknown* CreateKeyFrameInstance(IUnknown* pOuter, int* phr);
@@ -80,10 +85,27 @@ private:
     bool CheckIndex(int index, const wchar_t* format, int line);
     // Adds a linear key from `param` to every curve, in value order.
     void AddToAllCurves(const KeyFrameParam& param);
+    // Curve `key`'s number at `position`, as GetValue(position, false)
+    // reads as a double.
+    double Sample(int key, double position);
+    // Drops the remembered segments: every change of a curve calls it.
+    void Forget();
 
     std::map<int, QMXComPtr<core::IKeyFrame>> m_mapKeyFrame;
     std::mutex m_mutex;
     // The curves of slots 0..5 as m_mapKeyFrame holds them, so that the calls
     // of every frame skip the map; changed only with those slots (SetCurve).
     core::IKeyFrame* m_curves[6] = {};
+    // The same curves when they are the module's own class, else null (a
+    // host may serve its own class under the curve's identifier): only then
+    // are they built and sampled without the interface.
+    core::Parameter* m_own[6] = {};
+    // Per own curve, the segment that the last sample used and the times it
+    // evaluates (none when from > to). Playback asks for frames in order, so
+    // most samples reuse it.
+    struct Remembered {
+        Interpolation::CubicSegment segment;
+        double from = 1.0, to = 0.0;
+    };
+    Remembered m_remembered[6];
 };

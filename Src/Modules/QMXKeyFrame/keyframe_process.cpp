@@ -17,18 +17,6 @@ namespace core {
 
 namespace {
 
-// Truncation toward zero, saturated to the int range; NaN gives 0.
-int TruncateToInt(double value)
-{
-    if (std::isnan(value))
-        return 0;
-    if (value >= static_cast<double>(INT_MAX))
-        return INT_MAX;
-    if (value <= static_cast<double>(INT_MIN))
-        return INT_MIN;
-    return static_cast<int>(value);
-}
-
 // The keys of the segment around a time whose first later key is `itup` (the
 // end when there is none). Before the first key and from the last key on,
 // the missing key is a phantom one time unit away, of kind none, with the
@@ -358,19 +346,41 @@ bool Parameter::GetNearestKeyFrameWithTime(double time, TimeValuePair* out) cons
 
 // ---- evaluation ----
 
-ValAny Parameter::GetValue(double time, bool clamp) const
+bool Parameter::SegmentAt(double time, Interpolation::CubicSegment& segment, double& from, double& to) const
 {
     if (timeValueSets.empty())
-        return ValAny(0);
+        return false;
     // The segment as interParams gathers it (the first key after `time`, as
     // its checks ask for), read where the keys are stored instead of copied.
     // Playback asks for times in order, so the search starts where the last
     // one ended.
     const const_iterator itup = std::isnan(time) ? timeValueSets.end() : timeValueSets.upper_bound_near(time);
     const SegmentKeys s = SegmentAround(timeValueSets, itup);
-    ValAny value(Interpolation::interpolateNumbers(s.tStart, Interpolation::numberOf(*s.vStart), s.dStart, s.dEnd,
-                                                   s.tEnd, Interpolation::numberOf(*s.vEnd), time, s.kStart,
-                                                   s.kEnd));
+    segment = Interpolation::cubicSegment(s.tStart, Interpolation::numberOf(*s.vStart), s.dStart, s.dEnd, s.tEnd,
+                                          Interpolation::numberOf(*s.vEnd), s.kStart, s.kEnd);
+    from = itup == timeValueSets.begin() ? -HUGE_VAL : std::prev(itup)->GetTime();
+    to = itup == timeValueSets.end() ? HUGE_VAL : itup->GetTime();
+    return true;
+}
+
+int Parameter::TruncateToInt(double value)
+{
+    if (std::isnan(value))
+        return 0;
+    if (value >= static_cast<double>(INT_MAX))
+        return INT_MAX;
+    if (value <= static_cast<double>(INT_MIN))
+        return INT_MIN;
+    return static_cast<int>(value);
+}
+
+ValAny Parameter::GetValue(double time, bool clamp) const
+{
+    Interpolation::CubicSegment segment;
+    double from, to;
+    if (!SegmentAt(time, segment, from, to))
+        return ValAny(0);
+    ValAny value(Interpolation::valueAt(segment, time));
     if (clamp && (paramType == eParameterTypeDouble || paramType == eParameterTypeInt) && mustClamp())
         value = clampValueToCurveYRange(value);
     switch (paramType) {

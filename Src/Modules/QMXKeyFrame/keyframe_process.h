@@ -9,6 +9,7 @@
 #include <utility>
 
 #include "IKeyFrame.h"
+#include "SegmentMath.h"
 #include "KeyStore.h"
 #include "TimeValuePair.h"
 #include "qmx_export.h"
@@ -24,7 +25,7 @@ void interParams(const KeyStore& keyFrames, const double* t, KeyStore::const_ite
                  double* tStart, ValAny* vStart, double* dStart, KeyframeInterpolationType* kStart,
                  double* tEnd, ValAny* vEnd, double* dEnd, KeyframeInterpolationType* kEnd);
 
-class Parameter : public scombase::CUnknown, public IKeyFrame {
+class Parameter final : public scombase::CUnknown, public IKeyFrame {
 public:
     enum ParameterChangedReasonEnum {
         eChangedReasonDerivatives = 0,  // the key is settled: refresh its neighbours only
@@ -84,6 +85,22 @@ public:
     // [-2147483647, 2147483647] are the no-clamp sentinels).
     bool mustClamp() const;
     ValAny clampValueToCurveYRange(ValAny value) const;
+    // The segment that evaluates `time`, and the times [from, to) that the
+    // same segment evaluates (those whose first later key is the same);
+    // false, with nothing written, on an empty curve. GetValue evaluates
+    // through it.
+    bool SegmentAt(double time, Interpolation::CubicSegment& segment, double& from, double& to) const;
+    // The number that GetValue(time, false).Get<double>() gives where the
+    // segment's value is `interpolated`: truncated on an int curve, and
+    // core::AnyBadAccess on a bool curve.
+    double NumberFrom(double interpolated) const
+    {
+        if (paramType == eParameterTypeBool)
+            throw AnyBadAccess();
+        return paramType == eParameterTypeInt ? TruncateToInt(interpolated) : interpolated;
+    }
+    // Truncation toward zero, saturated to the int range; NaN gives 0.
+    static int TruncateToInt(double value);
     // Power-basis coefficients, in the normalised segment parameter, of the
     // segment evaluated at `time`. Fatal on an empty curve.
     void GetCubicCoeffs(double time, double& c0, double& c1, double& c2, double& c3) const;
