@@ -28,38 +28,6 @@ inline bool IsZero(double x)
     return x == 0.0 || (x > -1e-9 && x < 1e-9);
 }
 
-// Smooth clamped slopes per whole segment, both neighbours present: flat at a
-// strict peak or dip; otherwise the Bezier handles a third of a segment away
-// are kept within each segment's values (left first, then right), scaling the
-// other handle so that both sides keep one slope.
-void ClampedSmooth(double vPrev, double vCur, double vNext, double S, double hL, double hR,
-                   double* L, double* R)
-{
-    if ((vPrev > vCur && vNext > vCur) || (vPrev < vCur && vNext < vCur)) {
-        *L = 0.0;
-        *R = 0.0;
-        return;
-    }
-    double hl = vCur - S * hL / 3.0;
-    double hr = vCur + S * hR / 3.0;
-    const double lowL = std::min(vPrev, vCur);
-    const double highL = std::max(vPrev, vCur);
-    if (hl < lowL || hl > highL) {
-        const double c = std::max(std::min(hl, highL), lowL);
-        hr = vCur + (vCur - c) * (hr - vCur) / (vCur - hl);
-        hl = c;
-    }
-    const double lowR = std::min(vCur, vNext);
-    const double highR = std::max(vCur, vNext);
-    if (hr < lowR || hr > highR) {
-        const double c = std::max(std::min(hr, highR), lowR);
-        hl = vCur - (vCur - hl) * (c - vCur) / (hr - vCur);
-        hr = c;
-    }
-    *L = 3.0 * (vCur - hl);
-    *R = 3.0 * (hr - vCur);
-}
-
 constexpr double kThird = 1.0 / 3.0;
 constexpr double kTwoOver27 = 0.07407407407407407;
 constexpr double kPiOver3 = 1.0471975511965976;
@@ -123,99 +91,13 @@ void autoComputeDerivatives(KeyframeInterpolationType interpPrev, KeyframeInterp
                             double tCur, core::ValAny vCurAny, double tNext, core::ValAny vNextAny,
                             double vPrevDerivRight, double vNextDerivLeft, double* left, double* right)
 {
-    const double vCur = numberOf(vCurAny);
-    const double vPrev = numberOf(vPrevAny);
-    const double vNext = numberOf(vNextAny);
-    const bool hasPrev = interpPrev != eKeyframeTypeNone;
-    const bool hasNext = interpNext != eKeyframeTypeNone;
-    // A missing side is one time unit long.
-    if (!hasNext)
-        tNext = tCur + 1.0;
-    if (!hasPrev)
-        tPrev = tCur - 1.0;
-    const double hL = tCur - tPrev;
-    const double hR = tNext - tCur;
-    // Neighbour slopes per whole segment.
-    const double mL = vPrevDerivRight * hL;
-    const double mR = vNextDerivLeft * hR;
-
-    // Each side from its own neighbour only: none, a linear chord, or the
-    // slope giving the segment zero curvature at this key.
-    const auto oneSidedLeft = [&] {
-        if (!hasPrev)
-            return 0.0;
-        if (interpPrev == eKeyframeTypeLinear)
-            return vCur - vPrev;
-        return 1.5 * vCur - 0.5 * mL - 1.5 * vPrev;
-    };
-    const auto oneSidedRight = [&] {
-        if (!hasNext)
-            return 0.0;
-        if (interpNext == eKeyframeTypeLinear)
-            return vNext - vCur;
-        return 1.5 * vNext - 1.5 * vCur - 0.5 * mR;
-    };
-
-    double L = 0.0;
-    double R = 0.0;
-    if (interp == eKeyframeTypeFlat || (hasPrev && hasNext)) {
-        // Chord slope of the two neighbours (non-uniform Catmull-Rom).
-        const double S = (vNext - vPrev) / (tNext - tPrev);
-        switch (interp) {
-        case eKeyframeTypeConstant:
-            L = mL;
-            R = 0.0;
-            break;
-        case eKeyframeTypeLinear:
-            L = oneSidedLeft();
-            R = oneSidedRight();
-            break;
-        case eKeyframeTypeSmoothClamped:
-            ClampedSmooth(vPrev, vCur, vNext, S, hL, hR, &L, &R);
-            break;
-        case eKeyframeTypeSmooth:
-            L = S * hL;
-            R = S * hR;
-            break;
-        case eKeyframeTypeSpline: {
-            // One slope with equal curvature on both sides; the far ends are
-            // natural (zero curvature) or the neighbour's stored slope, in a
-            // deliberately asymmetric choice.
-            double d;
-            if (interpPrev == eKeyframeTypeLinear && interpNext == eKeyframeTypeLinear)
-                d = ((vCur - vPrev) / (hL * hL) + (vNext - vCur) / (hR * hR)) / (1.0 / hL + 1.0 / hR);
-            else if (interpPrev == eKeyframeTypeLinear)
-                d = (3.0 * (vCur - vPrev) / (hL * hL) + (6.0 * (vNext - vCur) - 2.0 * mR) / (hR * hR)) /
-                    (3.0 / hL + 4.0 / hR);
-            else
-                d = ((6.0 * (vCur - vPrev) - 2.0 * mL) / (hL * hL) + 3.0 * (vNext - vCur) / (hR * hR)) /
-                    (4.0 / hL + 3.0 / hR);
-            L = d * hL;
-            R = d * hR;
-            break;
-        }
-        case eKeyframeTypeNone:
-            throw std::runtime_error("Cannot compute derivatives at eKeyframeTypeNone");
-        case eKeyframeTypeFlat:
-        case eKeyframeTypeFree:
-        default:
-            break;
-        }
-    } else {
-        // At a curve end every kind takes the one-sided rule; smooth and
-        // spline keys mirror the existing side onto the missing one.
-        L = oneSidedLeft();
-        R = oneSidedRight();
-        if (interp == eKeyframeTypeSmooth || interp == eKeyframeTypeSpline) {
-            if (!hasNext)
-                R = L / hL;
-            else if (!hasPrev)
-                L = R / hR;
-        }
-    }
-    *left = L / hL;
-    *right = R / hR;
+    const Slopes slopes =
+        autoComputeDerivativesOfNumbers(interpPrev, interp, interpNext, tPrev, numberOf(vPrevAny), tCur,
+                                        numberOf(vCurAny), tNext, numberOf(vNextAny), vPrevDerivRight, vNextDerivLeft);
+    *left = slopes.left;
+    *right = slopes.right;
 }
+
 
 double solve(double tcur, double vcur, double vcurDerivRight, double vnextDerivLeft, double tnext,
              double vnext, double value, KeyframeInterpolationType interp,

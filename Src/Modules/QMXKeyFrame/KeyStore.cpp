@@ -150,7 +150,7 @@ KeyStore::const_iterator KeyStore::upper_bound_near(double time) const
 {
     // A place fits when it is where upper_bound would end: the key there is
     // after `time` and the key before it is not (NaN fits nowhere).
-    const auto fits = [&](const Leaf* leaf, int pos) {
+    const auto fits = [&](const Leaf* leaf, std::ptrdiff_t pos) {
         if (pos < 0 || pos > leaf->count)
             return false;
         if (pos == leaf->count)
@@ -163,7 +163,7 @@ KeyStore::const_iterator KeyStore::upper_bound_near(double time) const
     };
     Leaf* leaf = m_hintLeaf.load(kRelaxed);
     if (leaf != nullptr) {
-        const int pos = m_hintPos.load(kRelaxed);
+        const std::ptrdiff_t pos = m_hintPos.load(kRelaxed);
         if (fits(leaf, pos))
             return {leaf, pos};
         if (fits(leaf, pos + 1)) {  // the next segment of a walk
@@ -190,7 +190,7 @@ std::pair<KeyStore::iterator, bool> KeyStore::insert(const TimeValuePair& key)
         if (at != end() && at->GetTime() == time)
             return {at, false};
         leaf = at.m_leaf;
-        pos = at.m_pos;
+        pos = static_cast<int>(at.m_pos);
     }
     if (leaf->count == kLeafKeys) {
         Leaf* right = SplitLeaf(leaf, leaf == m_tail && pos == kLeafKeys);
@@ -212,7 +212,7 @@ std::pair<KeyStore::iterator, bool> KeyStore::insert(const TimeValuePair& key)
 void KeyStore::erase(iterator key)
 {
     Leaf* leaf = key.m_leaf;
-    const int pos = key.m_pos;
+    const int pos = static_cast<int>(key.m_pos);
     QMX_CHECK(pos < leaf->count);
     m_hintLeaf.store(nullptr, kRelaxed);
     std::move(leaf->keys + pos + 1, leaf->keys + leaf->count, leaf->keys + pos);

@@ -82,10 +82,12 @@ public:
     private:
         friend class KeyStore;
         friend class Iter<!Const>;
-        Iter(Leaf* leaf, int pos) : m_leaf(leaf), m_pos(pos) {}
+        Iter(Leaf* leaf, std::ptrdiff_t pos) : m_leaf(leaf), m_pos(pos) {}
 
         Leaf* m_leaf = nullptr;
-        int m_pos = 0;  // below the leaf's count, except at the end
+        // Below the leaf's count, except at the end. As wide as the pointer:
+        // iterators are copied through memory as two whole words.
+        std::ptrdiff_t m_pos = 0;
     };
     using iterator = Iter<false>;
     using const_iterator = Iter<true>;
@@ -179,7 +181,7 @@ private:
     size_t m_size = 0;
     // The hint of upper_bound_near: a leaf and a place in it.
     mutable std::atomic<Leaf*> m_hintLeaf{nullptr};
-    mutable std::atomic<int> m_hintPos{0};
+    mutable std::atomic<std::ptrdiff_t> m_hintPos{0};
 };
 
 }  // namespace core

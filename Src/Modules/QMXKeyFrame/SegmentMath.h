@@ -1,8 +1,11 @@
-// The arithmetic of one segment that every evaluation shares, inline so that
-// the curve's and the track's sampling paths pay no calls for it. The
-// exported functions of Interpolation.h are written with these; module
-// internal, not exported.
+// The arithmetic of one segment that every evaluation shares, and the
+// automatic tangent rule on plain numbers, inline so that the curve's and
+// the track's sampling and editing paths pay no calls for them. The exported functions of Interpolation.h
+// are written with these; module internal, not exported.
 #pragma once
+
+#include <algorithm>
+#include <stdexcept>
 
 #include "keyframe_types.h"
 #include "val_any.h"
@@ -103,6 +106,140 @@ inline CubicSegment cubicSegment(double tcur, double vcur, double vcurDerivRight
 inline double valueAt(const CubicSegment& c, double time)
 {
     return cubicAt(c.c0, c.c1, c.c2, c.c3, (time - c.t0) / c.length);
+}
+
+// autoComputeDerivatives with the three values already read as numbers,
+// returning the two slopes.
+struct Slopes {
+    double left, right;
+};
+
+// Smooth clamped slopes per whole segment, both neighbours present: flat at a
+// strict peak or dip; otherwise the Bezier handles a third of a segment away
+// are kept within each segment's values (left first, then right), scaling the
+// other handle so that both sides keep one slope.
+inline void clampedSmooth(double vPrev, double vCur, double vNext, double S, double hL, double hR, double* L,
+                          double* R)
+{
+    if ((vPrev > vCur && vNext > vCur) || (vPrev < vCur && vNext < vCur)) {
+        *L = 0.0;
+        *R = 0.0;
+        return;
+    }
+    double hl = vCur - S * hL / 3.0;
+    double hr = vCur + S * hR / 3.0;
+    const double lowL = std::min(vPrev, vCur);
+    const double highL = std::max(vPrev, vCur);
+    if (hl < lowL || hl > highL) {
+        const double c = std::max(std::min(hl, highL), lowL);
+        hr = vCur + (vCur - c) * (hr - vCur) / (vCur - hl);
+        hl = c;
+    }
+    const double lowR = std::min(vCur, vNext);
+    const double highR = std::max(vCur, vNext);
+    if (hr < lowR || hr > highR) {
+        const double c = std::max(std::min(hr, highR), lowR);
+        hl = vCur - (vCur - hl) * (c - vCur) / (hr - vCur);
+        hr = c;
+    }
+    *L = 3.0 * (vCur - hl);
+    *R = 3.0 * (hr - vCur);
+}
+
+__attribute__((always_inline)) inline Slopes autoComputeDerivativesOfNumbers(core::KeyframeInterpolationType interpPrev,
+                                              core::KeyframeInterpolationType interp,
+                                              core::KeyframeInterpolationType interpNext, double tPrev,
+                                              double vPrev, double tCur, double vCur, double tNext, double vNext,
+                                              double vPrevDerivRight, double vNextDerivLeft)
+{
+    const bool hasPrev = interpPrev != core::eKeyframeTypeNone;
+    const bool hasNext = interpNext != core::eKeyframeTypeNone;
+    // A missing side is one time unit long.
+    if (!hasNext)
+        tNext = tCur + 1.0;
+    if (!hasPrev)
+        tPrev = tCur - 1.0;
+    const double hL = tCur - tPrev;
+    const double hR = tNext - tCur;
+    // Neighbour slopes per whole segment.
+    const double mL = vPrevDerivRight * hL;
+    const double mR = vNextDerivLeft * hR;
+
+    // Each side from its own neighbour only: none, a linear chord, or the
+    // slope giving the segment zero curvature at this key.
+    const auto oneSidedLeft = [&] {
+        if (!hasPrev)
+            return 0.0;
+        if (interpPrev == core::eKeyframeTypeLinear)
+            return vCur - vPrev;
+        return 1.5 * vCur - 0.5 * mL - 1.5 * vPrev;
+    };
+    const auto oneSidedRight = [&] {
+        if (!hasNext)
+            return 0.0;
+        if (interpNext == core::eKeyframeTypeLinear)
+            return vNext - vCur;
+        return 1.5 * vNext - 1.5 * vCur - 0.5 * mR;
+    };
+
+    double L = 0.0;
+    double R = 0.0;
+    if (interp == core::eKeyframeTypeFlat || (hasPrev && hasNext)) {
+        // Chord slope of the two neighbours (non-uniform Catmull-Rom).
+        const double S = (vNext - vPrev) / (tNext - tPrev);
+        switch (interp) {
+        case core::eKeyframeTypeConstant:
+            L = mL;
+            R = 0.0;
+            break;
+        case core::eKeyframeTypeLinear:
+            L = oneSidedLeft();
+            R = oneSidedRight();
+            break;
+        case core::eKeyframeTypeSmoothClamped:
+            clampedSmooth(vPrev, vCur, vNext, S, hL, hR, &L, &R);
+            break;
+        case core::eKeyframeTypeSmooth:
+            L = S * hL;
+            R = S * hR;
+            break;
+        case core::eKeyframeTypeSpline: {
+            // One slope with equal curvature on both sides; the far ends are
+            // natural (zero curvature) or the neighbour's stored slope, in a
+            // deliberately asymmetric choice.
+            double d;
+            if (interpPrev == core::eKeyframeTypeLinear && interpNext == core::eKeyframeTypeLinear)
+                d = ((vCur - vPrev) / (hL * hL) + (vNext - vCur) / (hR * hR)) / (1.0 / hL + 1.0 / hR);
+            else if (interpPrev == core::eKeyframeTypeLinear)
+                d = (3.0 * (vCur - vPrev) / (hL * hL) + (6.0 * (vNext - vCur) - 2.0 * mR) / (hR * hR)) /
+                    (3.0 / hL + 4.0 / hR);
+            else
+                d = ((6.0 * (vCur - vPrev) - 2.0 * mL) / (hL * hL) + 3.0 * (vNext - vCur) / (hR * hR)) /
+                    (4.0 / hL + 3.0 / hR);
+            L = d * hL;
+            R = d * hR;
+            break;
+        }
+        case core::eKeyframeTypeNone:
+            throw std::runtime_error("Cannot compute derivatives at eKeyframeTypeNone");
+        case core::eKeyframeTypeFlat:
+        case core::eKeyframeTypeFree:
+        default:
+            break;
+        }
+    } else {
+        // At a curve end every kind takes the one-sided rule; smooth and
+        // spline keys mirror the existing side onto the missing one.
+        L = oneSidedLeft();
+        R = oneSidedRight();
+        if (interp == core::eKeyframeTypeSmooth || interp == core::eKeyframeTypeSpline) {
+            if (!hasNext)
+                R = L / hL;
+            else if (!hasPrev)
+                L = R / hR;
+        }
+    }
+    return {L / hL, R / hR};
 }
 
 }  // namespace Interpolation

@@ -415,7 +415,7 @@ std::pair<Parameter::iterator, bool> Parameter::addTimeValuePair(const TimeValue
     return inserted;
 }
 
-Parameter::iterator Parameter::addPoint(double time, ValAny value, KeyframeInterpolationType kind)
+Parameter::iterator Parameter::addPoint(double time, const ValAny& value, KeyframeInterpolationType kind)
 {
     if (paramType == eParameterTypeBool || paramType == eParameterTypeString)
         kind = eKeyframeTypeConstant;
@@ -575,37 +575,34 @@ Parameter::iterator Parameter::refreshDerivatives(ParameterChangedReasonEnum rea
     // Checked first: every later step reads the key.
     QMX_CHECK(key != timeValueSets.end() && key->GetInterpolation() != eKeyframeTypeNone &&key->GetInterpolation() != eKeyframeTypeFree);
     const double tCur = key->GetTime();
-    const ValAny vCur = key->GetValue();
+    const double vCur = Interpolation::numberOf(key->StoredValue());
 
     // A missing neighbour is passed as the key itself with kind None; the
     // curve's end keys are passed as linear neighbours.
-    double tPrev = tCur, prevRight = 0.0;
-    ValAny vPrev = vCur;
+    double tPrev = tCur, vPrev = vCur, prevRight = 0.0;
     KeyframeInterpolationType kindPrev = eKeyframeTypeNone;
     if (key != timeValueSets.begin()) {
         const iterator prev = std::prev(key);
         tPrev = prev->GetTime();
-        vPrev = prev->GetValue();
+        vPrev = Interpolation::numberOf(prev->StoredValue());
         prevRight = prev->GetRightDerivative();
         kindPrev = prev == timeValueSets.begin() ? eKeyframeTypeLinear : prev->GetInterpolation();
     }
-    double tNext = tCur, nextLeft = 0.0;
-    ValAny vNext = vCur;
+    double tNext = tCur, vNext = vCur, nextLeft = 0.0;
     KeyframeInterpolationType kindNext = eKeyframeTypeNone;
     const iterator next = std::next(key);
     if (next != timeValueSets.end()) {
         tNext = next->GetTime();
-        vNext = next->GetValue();
+        vNext = Interpolation::numberOf(next->StoredValue());
         nextLeft = next->GetLeftDerivative();
         kindNext = std::next(next) == timeValueSets.end() ? eKeyframeTypeLinear : next->GetInterpolation();
     }
 
     const KeyframeInterpolationType kind = key->GetInterpolation();
-    double left = 0.0, right = 0.0;
-    Interpolation::autoComputeDerivatives(kindPrev, kind, kindNext, tPrev, vPrev, tCur, vCur, tNext, vNext,
-                                          prevRight, nextLeft, &left, &right);
-    key->SetLeftDerivative(left);
-    key->SetRightDerivative(right);
+    const Interpolation::Slopes slopes = Interpolation::autoComputeDerivativesOfNumbers(
+        kindPrev, kind, kindNext, tPrev, vPrev, tCur, vCur, tNext, vNext, prevRight, nextLeft);
+    key->SetLeftDerivative(slopes.left);
+    key->SetRightDerivative(slopes.right);
     if (reason != eChangedReasonDerivatives)
         evaluateCurveChanged(eChangedReasonDerivatives, key);
     return key;

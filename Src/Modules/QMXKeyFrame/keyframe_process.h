@@ -140,7 +140,8 @@ private:
     // Puts `key` in the place of key `it`, then refreshes.
     void replaceKey(iterator it, const TimeValuePair& key);
     // Adds a key as AddPoint does; returns where it went.
-    iterator addPoint(double time, ValAny value, KeyframeInterpolationType kind);
+    iterator addPoint(double time, const ValAny& value, KeyframeInterpolationType kind);
+
     ParameterTypeEnum paramType;
     KeyStore timeValueSets;
     ValAny minValue;
