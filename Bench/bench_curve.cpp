@@ -1,34 +1,51 @@
 // Curve costs through core::IKeyFrame, as a host sees them: evaluation at
 // sequential frame times and at random times, each edit by index, and the
 // JSON round trip, for curves of 4, 64, 1024 and 36000 keys (one key per
-// frame of ten minutes at 60 fps).
+// frame of ten minutes at 60 fps). Then the rows of the curve's performance
+// targets, each beside a flat-array floor doing the same work (flat_floor.h).
 #include <benchmark/benchmark.h>
 
 #include <cmath>
+#include <memory>
 #include <random>
 #include <string>
 #include <vector>
 
 #include "QMXKeyFrameGuids.h"
+#include "flat_floor.h"
 #include "keyframe_process.h"
 
 namespace {
 
 constexpr double kFrame = 1.0 / 60.0;
 
-// A curve of `count` smooth keys one frame apart, owned through its interface.
+// A curve owned through its interface: empty, of `count` smooth keys one
+// frame apart, or of the smooth keys of a key set.
 class Curve {
 public:
-    explicit Curve(int count)
+    Curve()
     {
         scombase::CUnknown* object = CreateKeyFrameKVInstance(nullptr, nullptr);
         object->NonDelegatingQueryInterface(IID_IQMXKeyFrameKV, reinterpret_cast<void**>(&curve));
         object->NonDelegatingRelease();
         curve->SetValueRange(core::ValAny(-1e9), core::ValAny(1e9));
+    }
+    explicit Curve(int count) : Curve()
+    {
         for (int i = 0; i < count; ++i)
             curve->AddPointWithoutIndex(i * kFrame, core::ValAny(50.0 * std::sin(i * 0.05)), core::eKeyframeTypeSmooth);
     }
+    explicit Curve(const qmxbench::KeySet& keys) : Curve() { Add(keys); }
     ~Curve() { curve->Release(); }
+    Curve(const Curve&) = delete;
+    Curve& operator=(const Curve&) = delete;
+
+    // Adds the keys in time order, as a host building a curve does.
+    void Add(const qmxbench::KeySet& keys)
+    {
+        for (size_t i = 0; i < keys.times.size(); ++i)
+            curve->AddPointWithoutIndex(keys.times[i], core::ValAny(keys.values[i]), core::eKeyframeTypeSmooth);
+    }
     core::IKeyFrame* operator->() const { return curve; }
     core::IKeyFrame* get() const { return curve; }
 
@@ -148,6 +165,184 @@ void BM_Desialize(benchmark::State& state)
     }
 }
 
+// The rows of the performance targets. Each module row works on a curve of
+// the target keys (qmxbench::TargetKeys) and reports, as a counter, the time
+// of its flat-array floor doing the same work, measured just before in the
+// same process; the floor's own row shows that figure under the benchmark's
+// timing.
+
+// Skips the row, naming the fault, when the curve does not give each key's
+// value at the key's time, or when the floor built from the keys is faulty.
+bool Sound(benchmark::State& state, const Curve& curve, const qmxbench::KeySet& keys,
+           const qmxbench::FlatCurve& floor)
+{
+    const char* fault = qmxbench::FloorFault(floor, keys);
+    if (fault == nullptr && curve->GetKeyFramesCount() != static_cast<int>(keys.times.size()))
+        fault = "the curve does not hold every key";
+    for (size_t i = 0; fault == nullptr && i < keys.times.size(); ++i)
+        if (curve->GetValue(keys.times[i], false).Get<double>() != keys.values[i])
+            fault = "the curve misses a key's value at its time";
+    if (fault != nullptr)
+        state.SkipWithError(fault);
+    return fault == nullptr;
+}
+
+// Evaluations at `times` in turn (a power of two of them), one per iteration.
+void RunEval(benchmark::State& state, const std::vector<double>& times)
+{
+    const qmxbench::KeySet keys = qmxbench::TargetKeys(static_cast<int>(state.range(0)));
+    const Curve curve(keys);
+    const qmxbench::FlatCurve floor = qmxbench::MakeFlatCurve(keys);
+    if (!Sound(state, curve, keys, floor))
+        return;
+    const size_t mask = times.size() - 1;
+    constexpr int kFloorCalls = 1 << 19;
+    const double floorSeconds = qmxbench::MedianSeconds([&] {
+        size_t i = 0;
+        for (int call = 0; call < kFloorCalls; ++call) {
+            benchmark::DoNotOptimize(floor.Value(times[i]));
+            i = (i + 1) & mask;
+        }
+    });
+    size_t i = 0;
+    for (auto _ : state) {
+        benchmark::DoNotOptimize(curve->GetValue(times[i], false));
+        i = (i + 1) & mask;
+    }
+    state.counters["floor_ns"] = floorSeconds / kFloorCalls * 1e9;
+}
+
+void RunFloorEval(benchmark::State& state, const std::vector<double>& times)
+{
+    const qmxbench::FlatCurve floor = qmxbench::MakeFlatCurve(qmxbench::TargetKeys(static_cast<int>(state.range(0))));
+    const size_t mask = times.size() - 1;
+    size_t i = 0;
+    for (auto _ : state) {
+        benchmark::DoNotOptimize(floor.Value(times[i]));
+        i = (i + 1) & mask;
+    }
+}
+
+// Playback: frames walked in order.
+void BM_CurveEvalSequential(benchmark::State& state) { RunEval(state, qmxbench::SequentialTimes()); }
+void BM_FloorCurveEvalSequential(benchmark::State& state) { RunFloorEval(state, qmxbench::SequentialTimes()); }
+
+// Scrubbing: frames in random order.
+void BM_CurveEvalRandom(benchmark::State& state) { RunEval(state, qmxbench::RandomTimes()); }
+void BM_FloorCurveEvalRandom(benchmark::State& state) { RunFloorEval(state, qmxbench::RandomTimes()); }
+
+// A new value for the middle key, one of eight in turn, so that every edit
+// changes the curve (and the tangents of the key's neighbours).
+void BM_CurveEditValueMiddle(benchmark::State& state)
+{
+    const int count = static_cast<int>(state.range(0));
+    const Curve curve(qmxbench::TargetKeys(count));
+    const int middle = count / 2;
+    int i = 0;
+    for (auto _ : state)
+        curve->SetPointValue(middle, core::ValAny(static_cast<double>(i++ & 7)));
+    if (curve->GetKeyFramesCount() != count || curve->GetPointValue(middle).Get<double>() != ((i - 1) & 7))
+        state.SkipWithError("the edited value is not the middle key's");
+}
+
+// The middle key moved a quarter frame later and back on alternate edits; it
+// stays between its neighbours, so its index stays the same.
+void BM_CurveEditTimeMiddle(benchmark::State& state)
+{
+    const int count = static_cast<int>(state.range(0));
+    const Curve curve(qmxbench::TargetKeys(count));
+    const int middle = count / 2;
+    const double home = curve->GetPointTime(middle);
+    const double moved = home + 0.25 / qmxbench::kRate;
+    bool away = false;
+    for (auto _ : state) {
+        away = !away;
+        curve->SetPointTime(middle, away ? moved : home);
+    }
+    if (curve->GetKeyFramesCount() != count || curve->GetPointTime(middle) != (away ? moved : home))
+        state.SkipWithError("the moved key is not at the middle index");
+}
+
+// A whole curve built key by key in time order per iteration; the keys are
+// made beforehand, and creating the empty curve and releasing the full one
+// are not timed.
+void BM_CurveBuildAscending(benchmark::State& state)
+{
+    const int count = static_cast<int>(state.range(0));
+    const qmxbench::KeySet keys = qmxbench::TargetKeys(count);
+    const double floorSeconds = qmxbench::MedianSeconds([&] {
+        benchmark::DoNotOptimize(qmxbench::MakeFlatCurve(keys).Size());
+    });
+    for (auto _ : state) {
+        state.PauseTiming();
+        auto curve = std::make_unique<Curve>();
+        state.ResumeTiming();
+        curve->Add(keys);
+        state.PauseTiming();
+        const bool whole = (*curve)->GetKeyFramesCount() == count;
+        curve.reset();
+        if (!whole) {
+            state.SkipWithError("the built curve lost keys");
+            break;
+        }
+        state.ResumeTiming();
+    }
+    state.counters["floor_ms"] = floorSeconds * 1e3;
+}
+
+void BM_FloorCurveBuildAscending(benchmark::State& state)
+{
+    const qmxbench::KeySet keys = qmxbench::TargetKeys(static_cast<int>(state.range(0)));
+    for (auto _ : state) {
+        auto floor = std::make_unique<qmxbench::FlatCurve>();
+        for (size_t i = 0; i < keys.times.size(); ++i)
+            floor->Append(keys.times[i], keys.values[i]);
+        state.PauseTiming();
+        floor.reset();
+        state.ResumeTiming();
+    }
+}
+
+// The curve to its text and the text into a new curve, per iteration; the
+// new curve is released within the iteration.
+void BM_CurveTextRoundTrip(benchmark::State& state)
+{
+    const int count = static_cast<int>(state.range(0));
+    const qmxbench::KeySet keys = qmxbench::TargetKeys(count);
+    const Curve curve(keys);
+    const qmxbench::FlatCurve floor = qmxbench::MakeFlatCurve(keys);
+    {
+        const Curve back;
+        back->Desialize(curve->Serialize().c_str());
+        if (!Sound(state, back, keys, floor))
+            return;
+    }
+    const double floorSeconds = qmxbench::MedianSeconds([&] {
+        const std::string text = floor.Text();
+        qmxbench::FlatCurve back;
+        back.Parse(text);
+        benchmark::DoNotOptimize(back.Size());
+    });
+    for (auto _ : state) {
+        const std::string text = curve->Serialize();
+        const Curve back;
+        back->Desialize(text.c_str());
+        benchmark::DoNotOptimize(back->GetKeyFramesCount());
+    }
+    state.counters["floor_ms"] = floorSeconds * 1e3;
+}
+
+void BM_FloorCurveTextRoundTrip(benchmark::State& state)
+{
+    const qmxbench::FlatCurve floor = qmxbench::MakeFlatCurve(qmxbench::TargetKeys(static_cast<int>(state.range(0))));
+    for (auto _ : state) {
+        const std::string text = floor.Text();
+        qmxbench::FlatCurve back;
+        back.Parse(text);
+        benchmark::DoNotOptimize(back.Size());
+    }
+}
+
 void Sizes(benchmark::internal::Benchmark* b)
 {
     for (int n : {4, 64, 1024, 36000})
@@ -164,6 +359,26 @@ BENCHMARK(BM_AddThenRemovePoint)->Apply(Sizes);
 BENCHMARK(BM_Serialize)->Apply(Sizes)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_Desialize)->Apply(Sizes)->Unit(benchmark::kMillisecond);
 
+BENCHMARK(BM_CurveEvalSequential)->Arg(64);
+BENCHMARK(BM_FloorCurveEvalSequential)->Arg(64);
+BENCHMARK(BM_CurveEvalRandom)->Arg(qmxbench::kClipFrames);
+BENCHMARK(BM_FloorCurveEvalRandom)->Arg(qmxbench::kClipFrames);
+BENCHMARK(BM_CurveEditValueMiddle)->Arg(qmxbench::kClipFrames);
+BENCHMARK(BM_CurveEditTimeMiddle)->Arg(qmxbench::kClipFrames);
+BENCHMARK(BM_CurveBuildAscending)->Arg(qmxbench::kClipFrames)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_FloorCurveBuildAscending)->Arg(qmxbench::kClipFrames)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_CurveTextRoundTrip)->Arg(qmxbench::kClipFrames)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_FloorCurveTextRoundTrip)->Arg(qmxbench::kClipFrames)->Unit(benchmark::kMillisecond);
+
 }  // namespace
 
-BENCHMARK_MAIN();
+int main(int argc, char** argv)
+{
+    qmxbench::KeepHeapWarm();
+    benchmark::Initialize(&argc, argv);
+    if (benchmark::ReportUnrecognizedArguments(argc, argv))
+        return 1;
+    benchmark::RunSpecifiedBenchmarks();
+    benchmark::Shutdown();
+    return 0;
+}
