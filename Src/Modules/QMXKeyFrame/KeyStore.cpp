@@ -23,6 +23,29 @@ bool BeforeTime(double time, const TimeValuePair& key)
     return time < key.GetTime();
 }
 
+// The place in a leaf's keys where a search for `time` ends: the first key
+// after it (`after`) or at or after it. Keys are often evenly spaced (one on
+// every frame), so the place is first guessed from the times at both ends
+// of the leaf and checked there and beside it, which touches a cache line
+// or two; a binary search answers otherwise (and for NaN).
+int PlaceInLeaf(const TimeValuePair* keys, int count, double time, bool after)
+{
+    const auto before = [&](int k) { return after ? !(time < keys[k].GetTime()) : keys[k].GetTime() < time; };
+    if (count > 2) {
+        const double first = keys[0].GetTime();
+        const double guess = (time - first) / (keys[count - 1].GetTime() - first) * (count - 1);
+        if (guess >= 0.0 && guess < count) {
+            const int from = static_cast<int>(guess);
+            for (int place = from; place <= from + 2 && place <= count; ++place)
+                if ((place == 0 || before(place - 1)) && (place == count || !before(place)))
+                    return place;
+        }
+    }
+    const TimeValuePair* at = after ? std::upper_bound(keys, keys + count, time, BeforeTime)
+                                    : std::lower_bound(keys, keys + count, time, TimeBefore);
+    return static_cast<int>(at - keys);
+}
+
 }  // namespace
 
 KeyStore::KeyStore()
@@ -112,10 +135,7 @@ KeyStore::iterator KeyStore::Locate(double time, bool after)
         node = inner->child[cut - inner->first - 1];
     }
     Leaf* leaf = static_cast<Leaf*>(node);
-    const TimeValuePair* keys = leaf->keys;
-    const TimeValuePair* at = after ? std::upper_bound(keys, keys + leaf->count, time, BeforeTime)
-                                    : std::lower_bound(keys, keys + leaf->count, time, TimeBefore);
-    int pos = static_cast<int>(at - keys);
+    int pos = PlaceInLeaf(leaf->keys, leaf->count, time, after);
     if (pos == leaf->count && leaf->next != nullptr) {
         leaf = leaf->next;
         pos = 0;
