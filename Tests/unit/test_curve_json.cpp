@@ -101,6 +101,11 @@ TEST(CurveJson, ReadingDefaultsMergingAndBadText)
     for (const char* bad : {"{", "[1,", "nodes", "{\"ParamType\":1,}x", static_cast<const char*>(nullptr)})
         EXPECT_EQ(c.Desialize(bad), 0) << (bad ? bad : "null");
     EXPECT_EQ(c.Serialize(), merged);
+    // The same merge from text in the writer's own form.
+    c.Desialize("{\"MaxValue\":1.0,\"MinValue\":-1.0,\"ParamType\":0,\"nodes\":[[2.0,50.0,1,0.0,0.0],"
+                "[4.0,4.0,1,0.0,0.0],[4.0,5.0,1,0.0,0.0]]}\n");
+    EXPECT_EQ(c.Serialize(), "{\"MaxValue\":1.0,\"MinValue\":-1.0,\"ParamType\":0,\"nodes\":[[1.0,1.0,1,0.0,0.0],"
+                             "[2.0,7.0,1,0.0,0.0],[3.0,3.0,5,0.0,0.0],[4.0,4.0,1,0.0,0.0]]}\n");
 }
 
 // CopyFrom takes keys (kinds 6 and 7 included), range and type; from itself it

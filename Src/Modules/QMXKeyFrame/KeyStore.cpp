@@ -61,15 +61,21 @@ KeyStore::KeyStore(const KeyStore& other) : KeyStore()
 
 KeyStore& KeyStore::operator=(const KeyStore& other)
 {
-    if (this == &other)
-        return *this;
-    KeyStore copy(other);
-    std::swap(m_root, copy.m_root);
-    std::swap(m_head, copy.m_head);
-    std::swap(m_tail, copy.m_tail);
-    std::swap(m_size, copy.m_size);
-    m_hintLeaf.store(nullptr, kRelaxed);
+    if (this != &other) {
+        KeyStore copy(other);
+        swap(copy);
+    }
     return *this;
+}
+
+void KeyStore::swap(KeyStore& other)
+{
+    std::swap(m_root, other.m_root);
+    std::swap(m_head, other.m_head);
+    std::swap(m_tail, other.m_tail);
+    std::swap(m_size, other.m_size);
+    m_hintLeaf.store(nullptr, kRelaxed);
+    other.m_hintLeaf.store(nullptr, kRelaxed);
 }
 
 KeyStore::~KeyStore()

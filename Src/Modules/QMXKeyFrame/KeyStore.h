@@ -104,6 +104,7 @@ public:
     const_iterator begin() const { return {m_head, 0}; }
     const_iterator end() const { return {m_tail, m_tail->count}; }
     void clear();
+    void swap(KeyStore& other);
 
     // The first key at or after / after `time`; the end when there is none.
     // Times are compared with <, so a NaN time gives an arbitrary place:

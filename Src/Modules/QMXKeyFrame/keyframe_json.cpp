@@ -91,15 +91,9 @@ class CanonicalReader {
 public:
     explicit CanonicalReader(std::string_view text) : m_text(text), m_pos(0) {}
 
-    struct Node {
-        double time;
-        ValAny value;
-        int kind;
-        double left;
-        double right;
-    };
-
-    bool Read(ParameterTypeEnum& type, ValAny& minValue, ValAny& maxValue, std::vector<Node>& nodes)
+    // Keys go into `keys` in text order; a later key at a time already there
+    // is dropped, as when keys are merged into a curve.
+    bool Read(ParameterTypeEnum& type, ValAny& minValue, ValAny& maxValue, KeyStore& keys)
     {
         // The range comes before the type in the text: keep its tokens.
         const size_t maxStart = m_pos + std::strlen("{\"MaxValue\":");
@@ -129,13 +123,14 @@ public:
             return Finish();
         if (!Literal("["))
             return false;
+        ValAny value;
         do {
-            Node node;
-            if (!Literal("[") || !Real(node.time) || !Literal(",") || !Value(type, node.value) || !Literal(",") ||
-                !Int(node.kind) || !Literal(",") || !Real(node.left) || !Literal(",") || !Real(node.right) ||
-                !Literal("]"))
+            double time, left, right;
+            int kind;
+            if (!Literal("[") || !Real(time) || !Literal(",") || !Value(type, value) || !Literal(",") || !Int(kind) ||
+                !Literal(",") || !Real(left) || !Literal(",") || !Real(right) || !Literal("]"))
                 return false;
-            nodes.push_back(std::move(node));
+            keys.insert(TimeValuePair(time, value, static_cast<KeyframeInterpolationType>(kind), left, right));
         } while (Literal(","));
         return Literal("]") && Finish();
     }
@@ -319,19 +314,20 @@ HRESULT Parameter::Desialize(const char* text)
         return 0;
     ParameterTypeEnum type = eParameterTypeDouble;
     ValAny low, high;
-    std::vector<CanonicalReader::Node> nodes;
-    if (!CanonicalReader(text).Read(type, low, high, nodes))
+    KeyStore keys;
+    if (!CanonicalReader(text).Read(type, low, high, keys))
         return DesializeWithLibrary(text);
     paramType = type;
     minValue = std::move(low);
     maxValue = std::move(high);
     // Keys are merged in as stored: an existing key at the same time wins,
     // and no tangent is recomputed.
-    for (CanonicalReader::Node& node : nodes) {
-        timeValueSets.insert(TimeValuePair(node.time, std::move(node.value),
-                                           static_cast<KeyframeInterpolationType>(node.kind), node.left,
-                                           node.right));
+    if (timeValueSets.empty()) {
+        timeValueSets.swap(keys);
+        return 0;
     }
+    for (const TimeValuePair& key : keys)
+        timeValueSets.insert(key);
     return 0;
 }
 
