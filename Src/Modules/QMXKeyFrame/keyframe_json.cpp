@@ -49,35 +49,40 @@ bool HasPersistedValues(ParameterTypeEnum type)
 
 // ---- direct writer ----
 
-// A double as the library writes it: "%.17g", ".0" appended when neither a
-// point nor an exponent shows, and null / -1e+9999 / 1e+9999 when not finite.
-void AppendReal(std::string& out, double value)
+// Each writer puts its text at `out` and returns its end. The longest is a
+// real: 24 characters ("-2.2250738585072014e-308"), or 19 with ".0".
+constexpr size_t kLongestNumber = 26;
+
+char* WriteWord(char* out, std::string_view word)
 {
-    if (!std::isfinite(value)) {
-        out += std::isnan(value) ? "null" : value < 0 ? "-1e+9999" : "1e+9999";
-        return;
-    }
-    char buffer[40];
-    char* end = std::to_chars(buffer, buffer + sizeof buffer, value, std::chars_format::general, 17).ptr;
-    out.append(buffer, end);
-    if (std::find_if(buffer, end, [](char c) { return c == '.' || c == 'e'; }) == end)
-        out += ".0";
+    return std::copy(word.begin(), word.end(), out);
 }
 
-void AppendInt(std::string& out, int value)
+// A double as the library writes it: "%.17g", ".0" appended when neither a
+// point nor an exponent shows, and null / -1e+9999 / 1e+9999 when not finite.
+char* WriteReal(char* out, double value)
 {
-    char buffer[16];
-    out.append(buffer, std::to_chars(buffer, buffer + sizeof buffer, value).ptr);
+    if (!std::isfinite(value))
+        return WriteWord(out, std::isnan(value) ? "null" : value < 0 ? "-1e+9999" : "1e+9999");
+    char* end = std::to_chars(out, out + kLongestNumber, value, std::chars_format::general, 17).ptr;
+    if (std::find_if(out, end, [](char c) { return c == '.' || c == 'e'; }) == end)
+        end = WriteWord(end, ".0");
+    return end;
+}
+
+char* WriteInt(char* out, int value)
+{
+    return std::to_chars(out, out + kLongestNumber, value).ptr;
 }
 
 // Same kinds and same exceptions as ToJson.
-void AppendValue(std::string& out, const ValAny& value, ParameterTypeEnum type)
+char* WriteValue(char* out, const ValAny& value, ParameterTypeEnum type)
 {
     switch (type) {
-    case eParameterTypeDouble: AppendReal(out, value.Get<double>()); break;
-    case eParameterTypeInt: AppendInt(out, value.Get<int>()); break;
-    case eParameterTypeBool: out += value.Get<bool>() ? "true" : "false"; break;
-    default: out += "null"; break;
+    case eParameterTypeDouble: return WriteReal(out, value.Get<double>());
+    case eParameterTypeInt: return WriteInt(out, value.Get<int>());
+    case eParameterTypeBool: return WriteWord(out, value.Get<bool>() ? "true" : "false");
+    default: return WriteWord(out, "null");
     }
 }
 
@@ -157,41 +162,48 @@ private:
     {
         return (c >= '0' && c <= '9') || c == '.' || c == '-' || c == '+' || c == 'e' || c == 'E';
     }
-    std::string_view Token()
+    // The number at the reading place in JSON's grammar,
+    // -?(0|[1-9][0-9]*)(.[0-9]+)?([eE][+-]?[0-9]+)?, and whether it has a
+    // point or an exponent; empty when the characters that could belong to a
+    // number there do not make one.
+    std::string_view Number(bool& real)
     {
         const size_t start = m_pos;
-        while (m_pos < m_text.size() && InNumber(m_text[m_pos]))
-            ++m_pos;
-        return m_text.substr(start, m_pos - start);
-    }
-    // A number in JSON's grammar: -?(0|[1-9][0-9]*)(.[0-9]+)?([eE][+-]?[0-9]+)?
-    static bool IsJsonNumber(std::string_view token)
-    {
-        size_t i = token.substr(0, 1) == "-" ? 1 : 0;
+        size_t i = m_pos;
+        const auto at = [&](char c) { return i < m_text.size() && m_text[i] == c; };
         const auto digits = [&] {
-            const size_t start = i;
-            while (i < token.size() && token[i] >= '0' && token[i] <= '9')
+            const size_t first = i;
+            while (i < m_text.size() && m_text[i] >= '0' && m_text[i] <= '9')
                 ++i;
-            return i - start;
+            return i - first;
         };
-        const size_t first = i, whole = digits();
-        if (whole == 0 || (whole > 1 && token[first] == '0'))
-            return false;
-        if (i < token.size() && token[i] == '.' && (++i, digits() == 0))
-            return false;
-        if (i < token.size() && (token[i] == 'e' || token[i] == 'E')) {
+        if (at('-'))
             ++i;
-            if (i < token.size() && (token[i] == '+' || token[i] == '-'))
-                ++i;
-            if (digits() == 0)
-                return false;
+        const size_t first = i, whole = digits();
+        bool ok = whole > 0 && (whole == 1 || m_text[first] != '0');
+        real = false;
+        if (ok && at('.')) {
+            ++i;
+            real = true;
+            ok = digits() > 0;
         }
-        return i == token.size();
+        if (ok && (at('e') || at('E'))) {
+            ++i;
+            real = true;
+            if (at('+') || at('-'))
+                ++i;
+            ok = digits() > 0;
+        }
+        if (!ok || (i < m_text.size() && InNumber(m_text[i])))
+            return {};
+        m_pos = i;
+        return m_text.substr(start, i - start);
     }
     bool Int(int& out)
     {
-        const std::string_view token = Token();
-        if (!IsJsonNumber(token) || token.find_first_of(".eE") != std::string_view::npos)
+        bool real = false;
+        const std::string_view token = Number(real);
+        if (token.empty() || real)
             return false;
         const auto [end, error] = std::from_chars(token.data(), token.data() + token.size(), out);
         return error == std::errc() && end == token.data() + token.size();
@@ -200,8 +212,9 @@ private:
     // normal or zero.
     bool Real(double& out)
     {
-        const std::string_view token = Token();
-        if (!IsJsonNumber(token) || token.find_first_of(".eE") == std::string_view::npos)
+        bool real = false;
+        const std::string_view token = Number(real);
+        if (!real)
             return false;
         const auto [end, error] = std::from_chars(token.data(), token.data() + token.size(), out);
         if (error != std::errc() || end != token.data() + token.size())
@@ -248,35 +261,41 @@ std::string Parameter::Serialize() const
     std::string out;
     out.reserve(64 + timeValueSets.size() * 96);
     out += '{';
+    // Each piece is written into a line buffer and appended whole.
+    char line[8 * kLongestNumber];
+    char* end = line;
     if (withValues) {
-        out += "\"MaxValue\":";
-        AppendValue(out, maxValue, paramType);
-        out += ",\"MinValue\":";
-        AppendValue(out, minValue, paramType);
-        out += ',';
+        end = WriteWord(end, "\"MaxValue\":");
+        end = WriteValue(end, maxValue, paramType);
+        end = WriteWord(end, ",\"MinValue\":");
+        end = WriteValue(end, minValue, paramType);
+        *end++ = ',';
     }
-    out += "\"ParamType\":";
-    AppendInt(out, static_cast<int>(paramType));
-    out += ",\"nodes\":";
+    end = WriteWord(end, "\"ParamType\":");
+    end = WriteInt(end, static_cast<int>(paramType));
+    end = WriteWord(end, ",\"nodes\":");
+    out.append(line, end);
     if (timeValueSets.empty())
         out += "null";
     char separator = '[';
     for (const TimeValuePair& key : timeValueSets) {
-        out += separator;
+        end = line;
+        *end++ = separator;
         separator = ',';
-        out += '[';
-        AppendReal(out, key.GetTime());
-        out += ',';
+        *end++ = '[';
+        end = WriteReal(end, key.GetTime());
+        *end++ = ',';
         if (withValues) {
-            AppendValue(out, key.GetValue(), paramType);
-            out += ',';
+            end = WriteValue(end, key.StoredValue(), paramType);
+            *end++ = ',';
         }
-        AppendInt(out, static_cast<int>(key.GetInterpolation()));
-        out += ',';
-        AppendReal(out, key.GetLeftDerivative());
-        out += ',';
-        AppendReal(out, key.GetRightDerivative());
-        out += ']';
+        end = WriteInt(end, static_cast<int>(key.GetInterpolation()));
+        *end++ = ',';
+        end = WriteReal(end, key.GetLeftDerivative());
+        *end++ = ',';
+        end = WriteReal(end, key.GetRightDerivative());
+        *end++ = ']';
+        out.append(line, end);
     }
     if (!timeValueSets.empty())
         out += ']';
