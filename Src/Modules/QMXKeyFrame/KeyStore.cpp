@@ -172,37 +172,6 @@ size_t KeyStore::order_of(const_iterator key) const
     return index;
 }
 
-KeyStore::const_iterator KeyStore::upper_bound_near(double time) const
-{
-    // A place fits when it is where upper_bound would end: the key there is
-    // after `time` and the key before it is not (NaN fits nowhere).
-    const auto fits = [&](const Leaf* leaf, std::ptrdiff_t pos) {
-        if (pos < 0 || pos > leaf->count)
-            return false;
-        if (pos == leaf->count)
-            return leaf == m_tail && (pos == 0 || leaf->keys[pos - 1].GetTime() <= time);
-        if (!(time < leaf->keys[pos].GetTime()))
-            return false;
-        if (pos > 0)
-            return leaf->keys[pos - 1].GetTime() <= time;
-        return leaf->prev == nullptr || leaf->prev->keys[leaf->prev->count - 1].GetTime() <= time;
-    };
-    Leaf* leaf = m_hintLeaf.load(kRelaxed);
-    if (leaf != nullptr) {
-        const std::ptrdiff_t pos = m_hintPos.load(kRelaxed);
-        if (fits(leaf, pos))
-            return {leaf, pos};
-        if (fits(leaf, pos + 1)) {  // the next segment of a walk
-            m_hintPos.store(pos + 1, kRelaxed);
-            return {leaf, pos + 1};
-        }
-    }
-    const const_iterator found = upper_bound(time);
-    m_hintLeaf.store(found.m_leaf, kRelaxed);
-    m_hintPos.store(found.m_pos, kRelaxed);
-    return found;
-}
-
 // ---- changes ----
 
 std::pair<KeyStore::iterator, bool> KeyStore::insert(const TimeValuePair& key)

@@ -125,12 +125,28 @@ public:
     // Gives the key a new time, which must keep it between its neighbours.
     void retime(iterator key, double time);
 
-    // Where a search for `time` ended last, to start the next search of a
-    // walk from (see upper_bound_near). Readers on several threads share it:
-    // each part is read and written whole, and a place is checked against
-    // the keys before it is used, so a stale or mixed hint only costs a
-    // search.
-    const_iterator upper_bound_near(double time) const;
+    // upper_bound for a walk through times in order: the place where the
+    // last search ended, or the one after it, is checked first. Readers on
+    // several threads share that hint: each part is read and written whole,
+    // and a place is checked against the keys before it is used, so a stale
+    // or mixed hint only costs a search. Changes drop it.
+    const_iterator upper_bound_near(double time) const
+    {
+        Leaf* leaf = m_hintLeaf.load(std::memory_order_relaxed);
+        if (leaf != nullptr) {
+            const std::ptrdiff_t pos = m_hintPos.load(std::memory_order_relaxed);
+            if (Fits(leaf, pos, time))
+                return {leaf, pos};
+            if (Fits(leaf, pos + 1, time)) {  // the next segment of a walk
+                m_hintPos.store(pos + 1, std::memory_order_relaxed);
+                return {leaf, pos + 1};
+            }
+        }
+        const const_iterator found = upper_bound(time);
+        m_hintLeaf.store(found.m_leaf, std::memory_order_relaxed);
+        m_hintPos.store(found.m_pos, std::memory_order_relaxed);
+        return found;
+    }
 
 private:
     struct Node {
@@ -154,6 +170,21 @@ private:
     };
 
     iterator Locate(double time, bool after);
+    // Whether place `pos` of `leaf` is where upper_bound(time) ends: the key
+    // there is after `time` and the key before it is not (NaN fits nowhere
+    // but in an empty store).
+    bool Fits(const Leaf* leaf, std::ptrdiff_t pos, double time) const
+    {
+        if (pos < 0 || pos > leaf->count)
+            return false;
+        if (pos == leaf->count)
+            return leaf == m_tail && (pos == 0 || leaf->keys[pos - 1].GetTime() <= time);
+        if (!(time < leaf->keys[pos].GetTime()))
+            return false;
+        if (pos > 0)
+            return leaf->keys[pos - 1].GetTime() <= time;
+        return leaf->prev == nullptr || leaf->prev->keys[leaf->prev->count - 1].GetTime() <= time;
+    }
     // Inserts `node` as child `slot` (1 or more) of `parent`, splitting the
     // parent when full; the new entry's count and first time are left for
     // the caller to set.

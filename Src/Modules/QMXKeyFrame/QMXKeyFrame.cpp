@@ -9,7 +9,6 @@
 #include "QMXCommon.h"
 #include "QMXKeyFrameGuids.h"
 #include "QMXLogger.h"
-#include "keyframe_process.h"
 #include "qmx_check.h"
 
 const wchar_t* const KEYFRAMENAME[6] = {
@@ -140,8 +139,8 @@ void CQMXKeyFrame::SetCurve(int key, const QMXComPtr<IKeyFrame>& curve)
 
 void CQMXKeyFrame::Forget()
 {
-    for (Remembered& remembered : m_remembered)
-        remembered = Remembered();
+    for (core::Parameter::RememberedSegment& remembered : m_remembered)
+        remembered = core::Parameter::RememberedSegment();
 }
 
 double CQMXKeyFrame::Sample(int key, double position)
@@ -149,10 +148,7 @@ double CQMXKeyFrame::Sample(int key, double position)
     core::Parameter* own = m_own[key];
     if (own == nullptr)
         return Curve(key).GetValue(position, false).Get<double>();
-    Remembered& r = m_remembered[key];
-    if (!(r.from <= position && position < r.to) && !own->SegmentAt(position, r.segment, r.from, r.to))
-        return own->GetValue(position, false).Get<double>();  // no keys
-    return own->NumberFrom(Interpolation::valueAt(r.segment, position));
+    return own->Sample(position, m_remembered[key]);
 }
 
 IKeyFrame& CQMXKeyFrame::Curve(int key)

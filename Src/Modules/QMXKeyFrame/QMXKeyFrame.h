@@ -12,18 +12,14 @@
 #include "IKeyFrame.h"
 #include "IQMXKeyFrame.h"
 #include "IQMXProperties.h"
-#include "SegmentMath.h"
 #include "QMXComPtr.h"
+#include "keyframe_process.h"
 #include "qmx_export.h"
 #include "scombase.h"
 
 // Property names of the six curves by property key; also their names in a
 // property bag.
 extern const wchar_t* const KEYFRAMENAME[6];
-
-namespace core {
-class Parameter;
-}
 
 // Creation function of the track class: one reference taken, 0 in *phr.
 QMX_EXPORT scombase::CUnknown* CreateKeyFrameInstance(IUnknown* pOuter, int* phr);
@@ -100,12 +96,7 @@ private:
     // host may serve its own class under the curve's identifier): only then
     // are they built and sampled without the interface.
     core::Parameter* m_own[6] = {};
-    // Per own curve, the segment that the last sample used and the times it
-    // evaluates (none when from > to). Playback asks for frames in order, so
-    // most samples reuse it.
-    struct Remembered {
-        Interpolation::CubicSegment segment;
-        double from = 1.0, to = 0.0;
-    };
-    Remembered m_remembered[6];
+    // Per own curve, the segment that the last sample used. Playback asks
+    // for frames in order, so most samples reuse it.
+    core::Parameter::RememberedSegment m_remembered[6];
 };

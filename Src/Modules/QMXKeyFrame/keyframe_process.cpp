@@ -374,6 +374,14 @@ int Parameter::TruncateToInt(double value)
     return static_cast<int>(value);
 }
 
+double Parameter::Sample(double time, RememberedSegment& remembered) const
+{
+    if (!(remembered.from <= time && time < remembered.to) &&
+        !SegmentAt(time, remembered.segment, remembered.from, remembered.to))
+        return GetValue(time, false).Get<double>();  // no keys
+    return NumberFrom(Interpolation::valueAt(remembered.segment, time));
+}
+
 ValAny Parameter::GetValue(double time, bool clamp) const
 {
     Interpolation::CubicSegment segment;

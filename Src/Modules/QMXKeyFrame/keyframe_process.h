@@ -85,22 +85,17 @@ public:
     // [-2147483647, 2147483647] are the no-clamp sentinels).
     bool mustClamp() const;
     ValAny clampValueToCurveYRange(ValAny value) const;
-    // The segment that evaluates `time`, and the times [from, to) that the
-    // same segment evaluates (those whose first later key is the same);
-    // false, with nothing written, on an empty curve. GetValue evaluates
-    // through it.
-    bool SegmentAt(double time, Interpolation::CubicSegment& segment, double& from, double& to) const;
-    // The number that GetValue(time, false).Get<double>() gives where the
-    // segment's value is `interpolated`: truncated on an int curve, and
-    // core::AnyBadAccess on a bool curve.
-    double NumberFrom(double interpolated) const
-    {
-        if (paramType == eParameterTypeBool)
-            throw AnyBadAccess();
-        return paramType == eParameterTypeInt ? TruncateToInt(interpolated) : interpolated;
-    }
-    // Truncation toward zero, saturated to the int range; NaN gives 0.
-    static int TruncateToInt(double value);
+    // A segment kept between samples by a caller that serialises them (the
+    // track, under its mutex), with the times [from, to) it evaluates; none
+    // when from > to.
+    struct RememberedSegment {
+        Interpolation::CubicSegment segment;
+        double from = 1.0, to = 0.0;
+    };
+    // GetValue(time, false).Get<double>(), through `remembered` when it
+    // evaluates `time`, which it is made to when not. The caller forgets it
+    // whenever the curve changes.
+    double Sample(double time, RememberedSegment& remembered) const;
     // Power-basis coefficients, in the normalised segment parameter, of the
     // segment evaluated at `time`. Fatal on an empty curve.
     void GetCubicCoeffs(double time, double& c0, double& c1, double& c2, double& c3) const;
@@ -130,6 +125,22 @@ public:
     iterator refreshDerivatives(ParameterChangedReasonEnum reason, iterator key);
 
 private:
+    // The segment that evaluates `time`, and the times [from, to) that the
+    // same segment evaluates (those whose first later key is the same);
+    // false, with nothing written, on an empty curve. GetValue evaluates
+    // through it.
+    bool SegmentAt(double time, Interpolation::CubicSegment& segment, double& from, double& to) const;
+    // The number that GetValue(time, false).Get<double>() gives where the
+    // segment's value is `interpolated`: truncated on an int curve, and
+    // core::AnyBadAccess on a bool curve.
+    double NumberFrom(double interpolated) const
+    {
+        if (paramType == eParameterTypeBool)
+            throw AnyBadAccess();
+        return paramType == eParameterTypeInt ? TruncateToInt(interpolated) : interpolated;
+    }
+    // Truncation toward zero, saturated to the int range; NaN gives 0.
+    static int TruncateToInt(double value);
     // Resets the range to the default of `type` (types 0 to 3 only).
     void setDefaultRange(ParameterTypeEnum type);
     // The first key after `time` / at or after it; the end for NaN.
