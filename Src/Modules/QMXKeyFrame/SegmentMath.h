@@ -16,6 +16,8 @@ namespace Interpolation {
 // converted, anything else 0.0 without error.
 inline double numberOf(const core::ValAny& value)
 {
+    if (value.GetTypeTag() == core::ValAny::kDouble)  // what curves hold
+        return value.Get<double>();
     if (value.GetTypeTag() == core::ValAny::kBool)
         return value.Get<bool>() ? 1.0 : 0.0;
     return value.IsNumber() ? value.Get<double>() : 0.0;

@@ -346,21 +346,20 @@ bool Parameter::GetNearestKeyFrameWithTime(double time, TimeValuePair* out) cons
 
 // ---- evaluation ----
 
-bool Parameter::SegmentAt(double time, Interpolation::CubicSegment& segment, double& from, double& to) const
+Interpolation::CubicSegment Parameter::SegmentAt(double time, double* from, double* to) const
 {
-    if (timeValueSets.empty())
-        return false;
     // The segment as interParams gathers it (the first key after `time`, as
     // its checks ask for), read where the keys are stored instead of copied.
     // Playback asks for times in order, so the search starts where the last
     // one ended.
     const const_iterator itup = std::isnan(time) ? timeValueSets.end() : timeValueSets.upper_bound_near(time);
     const SegmentKeys s = SegmentAround(timeValueSets, itup);
-    segment = Interpolation::cubicSegment(s.tStart, Interpolation::numberOf(*s.vStart), s.dStart, s.dEnd, s.tEnd,
-                                          Interpolation::numberOf(*s.vEnd), s.kStart, s.kEnd);
-    from = itup == timeValueSets.begin() ? -HUGE_VAL : std::prev(itup)->GetTime();
-    to = itup == timeValueSets.end() ? HUGE_VAL : itup->GetTime();
-    return true;
+    if (from != nullptr) {
+        *from = itup == timeValueSets.begin() ? -HUGE_VAL : s.tStart;
+        *to = itup == timeValueSets.end() ? HUGE_VAL : s.tEnd;
+    }
+    return Interpolation::cubicSegment(s.tStart, Interpolation::numberOf(*s.vStart), s.dStart, s.dEnd, s.tEnd,
+                                       Interpolation::numberOf(*s.vEnd), s.kStart, s.kEnd);
 }
 
 int Parameter::TruncateToInt(double value)
@@ -376,19 +375,19 @@ int Parameter::TruncateToInt(double value)
 
 double Parameter::Sample(double time, RememberedSegment& remembered) const
 {
-    if (!(remembered.from <= time && time < remembered.to) &&
-        !SegmentAt(time, remembered.segment, remembered.from, remembered.to))
-        return GetValue(time, false).Get<double>();  // no keys
+    if (!(remembered.from <= time && time < remembered.to)) {
+        if (timeValueSets.empty())
+            return 0.0;  // GetValue's int 0, read as a double
+        remembered.segment = SegmentAt(time, &remembered.from, &remembered.to);
+    }
     return NumberFrom(Interpolation::valueAt(remembered.segment, time));
 }
 
 ValAny Parameter::GetValue(double time, bool clamp) const
 {
-    Interpolation::CubicSegment segment;
-    double from, to;
-    if (!SegmentAt(time, segment, from, to))
+    if (timeValueSets.empty())
         return ValAny(0);
-    ValAny value(Interpolation::valueAt(segment, time));
+    ValAny value(Interpolation::valueAt(SegmentAt(time, nullptr, nullptr), time));
     if (clamp && (paramType == eParameterTypeDouble || paramType == eParameterTypeInt) && mustClamp())
         value = clampValueToCurveYRange(value);
     switch (paramType) {

@@ -125,11 +125,10 @@ public:
     iterator refreshDerivatives(ParameterChangedReasonEnum reason, iterator key);
 
 private:
-    // The segment that evaluates `time`, and the times [from, to) that the
-    // same segment evaluates (those whose first later key is the same);
-    // false, with nothing written, on an empty curve. GetValue evaluates
-    // through it.
-    bool SegmentAt(double time, Interpolation::CubicSegment& segment, double& from, double& to) const;
+    // The segment that evaluates `time` on a curve with keys, and (when
+    // asked) the times [from, to) that the same segment evaluates: those
+    // whose first later key is the same. GetValue evaluates through it.
+    Interpolation::CubicSegment SegmentAt(double time, double* from, double* to) const;
     // The number that GetValue(time, false).Get<double>() gives where the
     // segment's value is `interpolated`: truncated on an int curve, and
     // core::AnyBadAccess on a bool curve.
