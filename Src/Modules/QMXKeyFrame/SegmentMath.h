@@ -148,11 +148,11 @@ inline void clampedSmooth(double vPrev, double vCur, double vNext, double S, dou
     *R = 3.0 * (hr - vCur);
 }
 
-__attribute__((always_inline)) inline Slopes autoComputeDerivativesOfNumbers(core::KeyframeInterpolationType interpPrev,
-                                              core::KeyframeInterpolationType interp,
-                                              core::KeyframeInterpolationType interpNext, double tPrev,
-                                              double vPrev, double tCur, double vCur, double tNext, double vNext,
-                                              double vPrevDerivRight, double vNextDerivLeft)
+// Inlined into the tangent upkeep, whose slopes then stay in registers.
+[[gnu::always_inline]] inline Slopes autoComputeDerivativesOfNumbers(
+    core::KeyframeInterpolationType interpPrev, core::KeyframeInterpolationType interp,
+    core::KeyframeInterpolationType interpNext, double tPrev, double vPrev, double tCur, double vCur, double tNext,
+    double vNext, double vPrevDerivRight, double vNextDerivLeft)
 {
     const bool hasPrev = interpPrev != core::eKeyframeTypeNone;
     const bool hasNext = interpNext != core::eKeyframeTypeNone;
