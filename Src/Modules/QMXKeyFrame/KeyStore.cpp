@@ -174,12 +174,12 @@ size_t KeyStore::order_of(const_iterator key) const
 
 // ---- changes ----
 
-std::pair<KeyStore::iterator, bool> KeyStore::insert(const TimeValuePair& key)
+std::pair<KeyStore::iterator, bool> KeyStore::InsertSearching(const TimeValuePair& key)
 {
     const double time = key.GetTime();
     Leaf* leaf = m_tail;
     int pos = m_tail->count;
-    // Keys arriving in time order go straight to the end.
+    // After the last key, the full last leaf is split below.
     if (!(m_size == 0 || m_tail->keys[m_tail->count - 1].GetTime() < time)) {
         const iterator at = lower_bound(time);
         if (at != end() && at->GetTime() == time)
@@ -250,12 +250,6 @@ void KeyStore::retime(iterator key, double time)
 }
 
 // ---- tree upkeep ----
-
-void KeyStore::AddCount(Node* node, std::ptrdiff_t delta)
-{
-    for (; node->parent != nullptr; node = node->parent)
-        node->parent->size[node->slot] += static_cast<size_t>(delta);
-}
 
 void KeyStore::FixFirst(Node* node)
 {

@@ -120,7 +120,22 @@ public:
 
     // Inserts `key` unless a key has its time; returns the key at that time
     // and whether it is the new one.
-    std::pair<iterator, bool> insert(const TimeValuePair& key);
+    std::pair<iterator, bool> insert(const TimeValuePair& key)
+    {
+        // Keys arriving in time order go straight to the end of the last
+        // leaf while it has room (building a curve, reading a text).
+        Leaf* tail = m_tail;
+        const int pos = tail->count;
+        if (pos == kLeafKeys || !(m_size == 0 || tail->keys[pos - 1].GetTime() < key.GetTime()))
+            return InsertSearching(key);
+        tail->keys[pos] = key;
+        tail->count = pos + 1;
+        ++m_size;
+        AddCount(tail, 1);
+        if (pos == 0)
+            FixFirst(tail);
+        return {{tail, pos}, true};
+    }
     void erase(iterator key);
     // Gives the key a new time, which must keep it between its neighbours.
     void retime(iterator key, double time);
@@ -170,6 +185,8 @@ private:
     };
 
     iterator Locate(double time, bool after);
+    // insert, for a key that goes anywhere but the end of a last leaf with room.
+    std::pair<iterator, bool> InsertSearching(const TimeValuePair& key);
     // Whether place `pos` of `leaf` is where upper_bound(time) ends: the key
     // there is after `time` and the key before it is not (NaN fits nowhere
     // but in an empty store).
@@ -196,7 +213,11 @@ private:
     Leaf* SplitLeaf(Leaf* leaf, bool atEnd);
     void SplitInner(Inner* inner);
     // Adds `delta` to the key counts above `node`.
-    void AddCount(Node* node, std::ptrdiff_t delta);
+    static void AddCount(Node* node, std::ptrdiff_t delta)
+    {
+        for (; node->parent != nullptr; node = node->parent)
+            node->parent->size[node->slot] += static_cast<size_t>(delta);
+    }
     // Writes the node's first time into its ancestors.
     void FixFirst(Node* node);
     void MergeLeaves(Leaf* left, Leaf* right);
