@@ -172,6 +172,14 @@ size_t KeyStore::order_of(const_iterator key) const
     return index;
 }
 
+KeyStore::const_iterator KeyStore::UpperBoundRemembered(double time) const
+{
+    const const_iterator found = upper_bound(time);
+    m_hintLeaf.store(found.m_leaf, kRelaxed);
+    m_hintPos.store(found.m_pos, kRelaxed);
+    return found;
+}
+
 // ---- changes ----
 
 std::pair<KeyStore::iterator, bool> KeyStore::InsertSearching(const TimeValuePair& key)

@@ -156,11 +156,14 @@ public:
                 m_hintPos.store(pos + 1, std::memory_order_relaxed);
                 return {leaf, pos + 1};
             }
+            Leaf* next = leaf->next;
+            if (pos + 1 >= leaf->count && next != nullptr && Fits(next, 0, time)) {  // into the next leaf
+                m_hintLeaf.store(next, std::memory_order_relaxed);
+                m_hintPos.store(0, std::memory_order_relaxed);
+                return {next, 0};
+            }
         }
-        const const_iterator found = upper_bound(time);
-        m_hintLeaf.store(found.m_leaf, std::memory_order_relaxed);
-        m_hintPos.store(found.m_pos, std::memory_order_relaxed);
-        return found;
+        return UpperBoundRemembered(time);
     }
 
 private:
@@ -185,6 +188,8 @@ private:
     };
 
     iterator Locate(double time, bool after);
+    // upper_bound, remembered as the hint of upper_bound_near.
+    const_iterator UpperBoundRemembered(double time) const;
     // insert, for a key that goes anywhere but the end of a last leaf with room.
     std::pair<iterator, bool> InsertSearching(const TimeValuePair& key);
     // Whether place `pos` of `leaf` is where upper_bound(time) ends: the key
