@@ -89,3 +89,33 @@ TEST(TrackThreads, EditsSamplingAndSavingKeepCurvesInLockstep)
     EXPECT_EQ(s->Release(), 1u);
     EXPECT_EQ(t->Release(), 0u);
 }
+
+// Several threads read one bare curve at once, each walking its own times in order (so each moves the
+// curve's shared search hint its own way) and one scrubbing at random: every value is what a lone reader
+// gets.
+TEST(CurveThreads, ConcurrentReadsOfOneCurveAgreeWithALoneReader)
+{
+    core::Parameter curve(nullptr);
+    curve.SetValueRange(core::ValAny(-1e9), core::ValAny(1e9));
+    for (int i = 0; i < 3000; ++i)
+        curve.AddPointWithoutIndex(i / 60.0, core::ValAny((i * 7919 % 1000) / 10.0), core::eKeyframeTypeSmooth);
+    std::vector<double> times;
+    for (int i = -10; i < 3010 * 4; ++i)
+        times.push_back(i / 240.0);
+    std::vector<double> alone;
+    for (double t : times)
+        alone.push_back(curve.GetValue(t, false).Get<double>());
+    std::vector<int> mismatches(4, 0);
+    std::vector<std::thread> readers;
+    for (int r = 0; r < 4; ++r)
+        readers.emplace_back([&, r] {
+            for (size_t n = 0; n < times.size(); ++n) {
+                const size_t i = r == 3 ? (n * 2654435761u) % times.size() : (n + r * times.size() / 3) % times.size();
+                if (curve.GetValue(times[i], false).Get<double>() != alone[i])
+                    ++mismatches[static_cast<size_t>(r)];
+            }
+        });
+    for (std::thread& reader : readers)
+        reader.join();
+    EXPECT_EQ(mismatches, std::vector<int>(4, 0));
+}
