@@ -1,8 +1,9 @@
 // The curve against a deliberately plain reference: keys in a sorted vector,
 // the editing and refresh rules written out step by step, the same segment
 // mathematics. Long seeded sequences of every edit must leave both with the
-// same keys, bit for bit, and the same values everywhere sampled; the curve's
-// storage may change freely underneath as long as this holds.
+// same keys, bit for bit, the same values everywhere sampled and texts that
+// read back to those keys; the curve's storage may change freely underneath
+// as long as this holds.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -201,6 +202,13 @@ TEST(CurveReference, LongRandomEditSequencesMatchThePlainAlgorithms)
                 reference.SetPointControlParam(i, left, right);
             }
             ExpectSame(curve, reference, when);
+            if (step % 50 == 49) {  // the text carries exactly these keys, and writes back the same
+                const std::string text = curve.Serialize();
+                Parameter read(nullptr);
+                read.Desialize(text.c_str());
+                ExpectSame(read, reference, when + ", read from its text");
+                ASSERT_EQ(read.Serialize(), text) << when;
+            }
             if (HasFatalFailure())
                 return;
         }
