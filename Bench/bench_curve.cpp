@@ -374,11 +374,5 @@ BENCHMARK(BM_FloorCurveTextRoundTrip)->Arg(qmxbench::kClipFrames)->Unit(benchmar
 
 int main(int argc, char** argv)
 {
-    qmxbench::KeepHeapWarm();
-    benchmark::Initialize(&argc, argv);
-    if (benchmark::ReportUnrecognizedArguments(argc, argv))
-        return 1;
-    benchmark::RunSpecifiedBenchmarks();
-    benchmark::Shutdown();
-    return 0;
+    return qmxbench::RunWithWarmHeap(argc, argv);
 }

@@ -10,6 +10,7 @@
 // frame. Values are random walks, the same on every run.
 #pragma once
 
+#include <benchmark/benchmark.h>
 #include <malloc.h>
 
 #include <algorithm>
@@ -94,6 +95,18 @@ inline void KeepHeapWarm()
 {
     mallopt(M_MMAP_THRESHOLD, 32 * 1024 * 1024);  // the largest the allocator accepts
     mallopt(M_TRIM_THRESHOLD, -1);                 // never give freed memory back
+}
+
+// A benchmark program's main: the heap kept warm, then the rows.
+inline int RunWithWarmHeap(int argc, char** argv)
+{
+    KeepHeapWarm();
+    benchmark::Initialize(&argc, argv);
+    if (benchmark::ReportUnrecognizedArguments(argc, argv))
+        return 1;
+    benchmark::RunSpecifiedBenchmarks();
+    benchmark::Shutdown();
+    return 0;
 }
 
 // Median seconds of five runs of `work`: the floor's figure that a module row

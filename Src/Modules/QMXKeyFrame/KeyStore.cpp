@@ -46,6 +46,27 @@ int PlaceInLeaf(const TimeValuePair* keys, int count, double time, bool after)
     return static_cast<int>(at - keys);
 }
 
+// A node filled to less than a quarter is merged with a neighbour under
+// the same parent when both fit in one; `merge` takes the left and the
+// right of the two.
+template <typename Node, typename Merge>
+void MergeIfSparse(Node* node, int capacity, Merge merge)
+{
+    if (node->count >= capacity / 4)
+        return;
+    auto* parent = node->parent;
+    const int slot = node->slot;
+    if (slot + 1 < parent->count) {
+        Node* right = static_cast<Node*>(parent->child[slot + 1]);
+        if (node->count + right->count <= capacity)
+            merge(node, right);
+    } else if (slot > 0) {
+        Node* left = static_cast<Node*>(parent->child[slot - 1]);
+        if (left->count + node->count <= capacity)
+            merge(left, node);
+    }
+}
+
 }  // namespace
 
 KeyStore::KeyStore()
@@ -234,20 +255,7 @@ void KeyStore::erase(iterator key)
     }
     if (pos == 0)
         FixFirst(leaf);
-    // A sparse leaf is merged with a neighbour under the same parent when
-    // both fit in one.
-    if (leaf->count >= kLeafKeys / 4)
-        return;
-    const int slot = leaf->slot;
-    if (slot + 1 < parent->count) {
-        Leaf* right = static_cast<Leaf*>(parent->child[slot + 1]);
-        if (leaf->count + right->count <= kLeafKeys)
-            MergeLeaves(leaf, right);
-    } else if (slot > 0) {
-        Leaf* left = static_cast<Leaf*>(parent->child[slot - 1]);
-        if (left->count + leaf->count <= kLeafKeys)
-            MergeLeaves(left, leaf);
-    }
+    MergeIfSparse(leaf, kLeafKeys, [this](Leaf* left, Leaf* right) { MergeLeaves(left, right); });
 }
 
 void KeyStore::retime(iterator key, double time)
@@ -397,18 +405,7 @@ void KeyStore::RemoveChild(Inner* parent, int slot)
         }
         return;
     }
-    if (parent->count >= kInnerChildren / 4)
-        return;
-    const int at = parent->slot;
-    if (at + 1 < grand->count) {
-        Inner* right = static_cast<Inner*>(grand->child[at + 1]);
-        if (parent->count + right->count <= kInnerChildren)
-            MergeInner(parent, right);
-    } else if (at > 0) {
-        Inner* left = static_cast<Inner*>(grand->child[at - 1]);
-        if (left->count + parent->count <= kInnerChildren)
-            MergeInner(left, parent);
-    }
+    MergeIfSparse(parent, kInnerChildren, [this](Inner* left, Inner* right) { MergeInner(left, right); });
 }
 
 void KeyStore::MergeLeaves(Leaf* left, Leaf* right)
