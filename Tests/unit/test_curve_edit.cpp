@@ -123,7 +123,8 @@ TEST(CurveEditTest, SetPointValueEqualityByType)
         {D, 5.0, 5, kKeeps}, {D, 5, 5.0f, kKeeps}, {D, 5.0, 5.5, kReplaces}, {D, 5.0, "5", kReplaces},
         {D, "x", 2.0, kThrows}, {I, 5, low5, kKeeps}, {I, 5, uint32_t{5}, kKeeps},
         {I, 5, low5 + 1, kReplaces},
-        {I, 5, 5.0, kReplaces}, {I, low5, 2, kThrows}, {B, true, true, kKeeps}, {B, true, 1, kReplaces},
+        {I, 5, 5.0, kReplaces}, {I, low5, 2, kThrows}, {B, true, true, kKeeps}, {B, true, false, kReplaces},
+        {B, true, 1, kReplaces},
         {B, 1, 2.0, kThrows}, {eParameterTypeString, "a", 3.0, kKeeps}};
     for (const Row& r : rows) {
         SCOPED_TRACE(testing::Message() << "row " << &r - rows.data());

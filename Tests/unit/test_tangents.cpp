@@ -81,7 +81,7 @@ TEST(AutoTangentTest, CurveEndsMirrorOnlySmoothAndSpline)
     struct End { K kind; D last, first; };
     for (const End& e : {End{kSmooth, {1.5, 1.5}, {0.5, 0.5}}, End{kSpline, {1.5, 1.5}, {0.5, 0.5}},
                          End{kLin, {1.5, 0}, {0, 0.5}}, End{kConst, {1.5, 0}, {0, 0.5}},
-                         End{kFlat, {0, 0}, {0, 0}}}) {
+                         End{kClamp, {1.5, 0}, {0, 0.5}}, End{kFlat, {0, 0}, {0, 0}}}) {
         EXPECT_EQ(Derivs(kLin, e.kind, kNone, 0, 0.0, 2, 3.0, J, JV, 5, 9), e.last) << e.kind;
         EXPECT_EQ(Derivs(kNone, e.kind, kLin, J, JV, 1, 1.0, 5, 3.0, 9, 5), e.first) << e.kind;
     }

@@ -21,12 +21,14 @@ namespace {
 // end when there is none). Before the first key and from the last key on,
 // the missing key is a phantom one time unit away, of kind none, with the
 // end key's value and slope 0, so evaluation continues the end key's slope.
-// Values are referred to where they are stored.
+// Values are referred to where they are stored. [from, to) are the times
+// whose first later key is `itup`: those the same segment evaluates.
 struct SegmentKeys {
     double tStart, dStart, tEnd, dEnd;
     const ValAny* vStart;
     const ValAny* vEnd;
     KeyframeInterpolationType kStart, kEnd;
+    double from, to;
 };
 
 inline SegmentKeys SegmentAround(const KeyStore& keyFrames, KeyStore::const_iterator itup)
@@ -44,6 +46,8 @@ inline SegmentKeys SegmentAround(const KeyStore& keyFrames, KeyStore::const_iter
         s.vStart = s.vEnd;
         s.dStart = 0.0;
         s.kStart = eKeyframeTypeNone;
+        s.from = -HUGE_VAL;
+        s.to = s.tEnd;
         return s;
     }
     const KeyStore::const_iterator itcur = std::prev(itup);
@@ -51,14 +55,17 @@ inline SegmentKeys SegmentAround(const KeyStore& keyFrames, KeyStore::const_iter
     s.vStart = &itcur->StoredValue();
     s.dStart = itcur->GetRightDerivative();
     s.kStart = itcur->GetInterpolation();
+    s.from = s.tStart;
     if (itup == keyFrames.end()) {
         s.tEnd = s.tStart + 1.0;
         s.vEnd = s.vStart;
         s.dEnd = 0.0;
         s.kEnd = eKeyframeTypeNone;
+        s.to = HUGE_VAL;
         return s;
     }
     endFrom(itup);
+    s.to = s.tEnd;
     return s;
 }
 
@@ -358,8 +365,8 @@ bool Parameter::GetNearestKeyFrameWithTime(double time, TimeValuePair* out) cons
     const const_iterator itup = std::isnan(time) ? timeValueSets.end() : timeValueSets.upper_bound_near(time);
     const SegmentKeys s = SegmentAround(timeValueSets, itup);
     if (from != nullptr) {
-        *from = itup == timeValueSets.begin() ? -HUGE_VAL : s.tStart;
-        *to = itup == timeValueSets.end() ? HUGE_VAL : s.tEnd;
+        *from = s.from;
+        *to = s.to;
     }
     return Interpolation::cubicSegment(s.tStart, Interpolation::numberOf(*s.vStart), s.dStart, s.dEnd, s.tEnd,
                                        Interpolation::numberOf(*s.vEnd), s.kStart, s.kEnd);
