@@ -42,17 +42,16 @@ double cubicEval(double c0, double c1, double c2, double c3, double t)
 void hermiteToCubicCoeffs(double p0, double m0, double m1, double p1, double* c0, double* c1,
                           double* c2, double* c3)
 {
+    const HermiteSegment segment{0.0, 1.0, p0, p1, m0, m1};
     *c0 = p0;
     *c1 = m0;
-    *c2 = 3.0 * (p1 - p0) - 2.0 * m0 - m1;
-    *c3 = m0 - 2.0 * (p1 - p0) + m1;
+    *c2 = curvatureCoeff(segment);
+    *c3 = cubicCoeff(segment);
 }
 
 double cubicIntegrate(double c0, double c1, double c2, double c3, double t)
 {
-    const double t2 = t * t;
-    const double t3 = t2 * t;
-    return term(c0, t) + term(c1, t2 * 0.5) + term(c2, t3 / 3.0) + term(c3, t3 * t * 0.25);
+    return cubicIntegralAt(c0, c1, c2, c3, t);
 }
 
 double interpolate(double tcur, core::ValAny vcur, double vcurDerivRight, double vnextDerivLeft,
@@ -75,11 +74,7 @@ double integrate(double tcur, double vcur, double vcurDerivRight, double vnextDe
     const double length = seg.t1 - seg.t0;
     const double c2 = curvatureCoeff(seg);
     const double c3 = cubicCoeff(seg);
-    const auto area = [&](double s) {
-        const double s2 = s * s;
-        const double s3 = s2 * s;
-        return term(seg.p0, s) + term(seg.m0, s2 * 0.5) + term(c2, s3 / 3.0) + term(c3, s3 * s * 0.25);
-    };
+    const auto area = [&](double s) { return cubicIntegralAt(seg.p0, seg.m0, c2, c3, s); };
     const double upper = area((time2 - seg.t0) / length);
     if (time1 == seg.t0)
         return length * upper;

@@ -89,6 +89,14 @@ inline double cubicAt(double c0, double c1, double c2, double c3, double t)
     return c0 + term(c1, t) + term(c2, t2) + term(c3, t2 * t);
 }
 
+// Integral of c0 + c1 t + c2 t^2 + c3 t^3 from 0 to t (cubicIntegrate).
+inline double cubicIntegralAt(double c0, double c1, double c2, double c3, double t)
+{
+    const double t2 = t * t;
+    const double t3 = t2 * t;
+    return term(c0, t) + term(c1, t2 * 0.5) + term(c2, t3 / 3.0) + term(c3, t3 * t * 0.25);
+}
+
 // A segment ready to be evaluated at many times: its start and length, and
 // its power-basis coefficients in the normalised parameter.
 struct CubicSegment {
