@@ -17,6 +17,7 @@
 #include "QMXCommon.h"
 #include "QMXKeyFrameGuids.h"
 #include "QMXLogger.h"
+#include "TrackProperties.h"
 #include "keyframe_process.h"
 
 // A broken property: say which, then stop so that the fuzzer keeps the input.
@@ -112,8 +113,9 @@ inline void CheckOrder(core::IKeyFrame& c)
 inline bool Unreadable(const std::string& text) { return text.find("e+9999") != std::string::npos; }
 
 // Property names of the track's six curves and of their text segments.
-inline const wchar_t* const kCurveNames[6] = {L"KeyFrameAngle",   L"KeyFramePositionX", L"KeyFramePositionY",
-                                              L"KeyFrameOpacity", L"KeyFrameScaleX",    L"KeyFrameScaleY"};
+inline const wchar_t* const kCurveNames[6] = {
+    qmx::kTrackProperties[0].bagName, qmx::kTrackProperties[1].bagName, qmx::kTrackProperties[2].bagName,
+    qmx::kTrackProperties[3].bagName, qmx::kTrackProperties[4].bagName, qmx::kTrackProperties[5].bagName};
 inline std::wstring SegmentName(int curve, int segment)
 {
     return kCurveNames[curve] + std::wstring(L"Segment_") + std::to_wstring(segment);

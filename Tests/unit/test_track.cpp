@@ -16,6 +16,7 @@
 #include "QMXKeyFrameGuids.h"
 #include "QMXLogger.h"
 #include "QMXPropertyBag.h"
+#include "TrackProperties.h"
 
 namespace {
 
@@ -149,14 +150,13 @@ TEST(TrackOps, QueriesEditsSamplingAndFrames)
 TEST(TrackOps, UnreadableValueStopsInValueOrder)
 {
     const int order[6] = {0, 4, 5, 1, 2, 3}, field[6] = {1, 2, 3, 6, 4, 5};  // the record's field of each key
-    const std::wstring names[6] = {L"KeyFrameAngle", L"KeyFramePositionX", L"KeyFramePositionY",
-                                   L"KeyFrameOpacity", L"KeyFrameScaleX", L"KeyFrameScaleY"};
     for (int boolKey = 0; boolKey < 6; ++boolKey) {
+        const std::wstring name = qmx::kTrackProperties[boolKey].bagName;
         IQMXKeyFrame* t = Query(nullptr);
         Add(t, {0.0, 2.0});
         IQMXProperties* bag = QMXCreateMemoryProperties();
-        bag->SetInt(names[boolKey].c_str(), 1);
-        bag->SetString((names[boolKey] + L"Segment_0").c_str(),
+        bag->SetInt(name.c_str(), 1);
+        bag->SetString((name + L"Segment_0").c_str(),
                        L"{\"ParamType\":2,\"nodes\":[[0.0,true,0,0.0,0.0],[2.0,false,0,0.0,0.0]]}");
         auto* s = Query<IQMXStorage>(t, IID_IQMXStorage);
         EXPECT_EQ(s->ReadFrom(bag), S_OK);

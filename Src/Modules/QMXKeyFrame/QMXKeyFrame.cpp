@@ -9,11 +9,14 @@
 #include "QMXCommon.h"
 #include "QMXKeyFrameGuids.h"
 #include "QMXLogger.h"
+#include "TrackProperties.h"
 #include "qmx_check.h"
 
+using qmx::kTrackProperties;
+
 const wchar_t* const KEYFRAMENAME[6] = {
-    L"KeyFrameAngle", L"KeyFramePositionX", L"KeyFramePositionY",
-    L"KeyFrameOpacity", L"KeyFrameScaleX", L"KeyFrameScaleY",
+    kTrackProperties[0].bagName, kTrackProperties[1].bagName, kTrackProperties[2].bagName,
+    kTrackProperties[3].bagName, kTrackProperties[4].bagName, kTrackProperties[5].bagName,
 };
 
 namespace {
@@ -21,15 +24,10 @@ namespace {
 using core::IKeyFrame;
 using core::ValAny;
 
-constexpr int kCurveCount = 6;
+constexpr int kCurveCount = qmx::kTrackPropertyCount;
 // Edits of values and times visit the curves in this order; deletions and
 // clearing go by property key.
 constexpr int kValueOrder[kCurveCount] = {0, 4, 5, 1, 2, 3};
-// The record's field of each property key.
-constexpr double KeyFrameParam::*kFieldOfKey[kCurveCount] = {
-    &KeyFrameParam::dAngle,   &KeyFrameParam::dPositionX, &KeyFrameParam::dPositionY,
-    &KeyFrameParam::dOpacity, &KeyFrameParam::dScaleX,    &KeyFrameParam::dScaleY,
-};
 
 // Segments of a curve text in the bag are at most this many wide characters.
 constexpr int kSegmentLength = 51200;
@@ -173,7 +171,7 @@ void CQMXKeyFrame::AddToAllCurves(const KeyFrameParam& param)
 {
     Forget();
     for (int key : kValueOrder) {
-        const ValAny value(param.*kFieldOfKey[key]);
+        const ValAny value(param.*kTrackProperties[key].field);
         // The index AddPoint computes is not needed; only the module's own
         // curve is known to do the same without it.
         if (m_own[key] != nullptr)
@@ -213,7 +211,7 @@ bool CQMXKeyFrame::GetKeyFrame(int index, KeyFrameParam& param)
         return false;
     param.dPosition = Curve(0).GetPointTime(index);
     for (int key : kValueOrder)
-        param.*kFieldOfKey[key] = Curve(key).GetPointValue(index).Get<double>();
+        param.*kTrackProperties[key].field = Curve(key).GetPointValue(index).Get<double>();
     return true;
 }
 
@@ -236,7 +234,7 @@ bool CQMXKeyFrame::SetKeyFrame(int index, const KeyFrameParam& param)
     Forget();
     // Every value is written before any key moves.
     for (int key : kValueOrder)
-        Curve(key).SetPointValue(index, ValAny(param.*kFieldOfKey[key]));
+        Curve(key).SetPointValue(index, ValAny(param.*kTrackProperties[key].field));
     for (int key : kValueOrder)
         Curve(key).SetPointTime(index, param.dPosition);
     return true;
@@ -288,7 +286,7 @@ bool CQMXKeyFrame::GetKeyFrame(double position, KeyFrameParam& param)
         return false;
     param.dPosition = position;
     for (int key : kValueOrder)
-        param.*kFieldOfKey[key] = Sample(key, position);
+        param.*kTrackProperties[key].field = Sample(key, position);
     return true;
 }
 
