@@ -5,7 +5,10 @@
 
 #include "qmx_export.h"
 #include "qmx_unknown.h"
-#include "scombase.h"
+
+namespace scombase {
+class CUnknown;
+}
 
 // Creates an object with one reference taken and stores its result code in
 // `*phr` (when `phr` is not null).
