@@ -1,8 +1,8 @@
 // Conversions between key positions in seconds and frame numbers.
-#include <climits>
 #include <cmath>
 
 #include "QMXCommon.h"
+#include "qmx_saturate.h"
 
 namespace QMXCommon {
 namespace KeyFrame {
@@ -18,14 +18,7 @@ int EffectiveRate(int nRate)
 
 int CaculateKeyFrameIndex(double position, int nRate)
 {
-    const double frame = std::round(position * EffectiveRate(nRate));
-    if (std::isnan(frame))
-        return 0;
-    if (frame >= static_cast<double>(INT_MAX))
-        return INT_MAX;
-    if (frame <= static_cast<double>(INT_MIN))
-        return INT_MIN;
-    return static_cast<int>(frame);
+    return qmx::SaturatedInt(std::round(position * EffectiveRate(nRate)));
 }
 
 std::pair<int64_t, int64_t> CaculateKeyFramePosition(int nFrameIndex, int nRate)

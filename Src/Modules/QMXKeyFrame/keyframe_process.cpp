@@ -3,7 +3,6 @@
 #include "keyframe_process.h"
 
 #include <cfloat>
-#include <climits>
 #include <cmath>
 #include <iterator>
 #include <optional>
@@ -372,17 +371,6 @@ bool Parameter::GetNearestKeyFrameWithTime(double time, TimeValuePair* out) cons
                                        Interpolation::numberOf(*s.vEnd), s.kStart, s.kEnd);
 }
 
-int Parameter::TruncateToInt(double value)
-{
-    if (std::isnan(value))
-        return 0;
-    if (value >= static_cast<double>(INT_MAX))
-        return INT_MAX;
-    if (value <= static_cast<double>(INT_MIN))
-        return INT_MIN;
-    return static_cast<int>(value);
-}
-
 double Parameter::Sample(double time, RememberedSegment& remembered) const
 {
     if (!(remembered.from <= time && time < remembered.to)) {
@@ -404,7 +392,7 @@ ValAny Parameter::GetValue(double time, bool clamp) const
     case eParameterTypeBool:
         return ValAny(value.Get<double>() != 0.0);
     case eParameterTypeInt:
-        return ValAny(TruncateToInt(value.Get<double>()));
+        return ValAny(qmx::SaturatedInt(value.Get<double>()));
     default:
         return value;
     }

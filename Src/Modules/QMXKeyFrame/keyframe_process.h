@@ -9,10 +9,11 @@
 #include <utility>
 
 #include "IKeyFrame.h"
-#include "SegmentMath.h"
 #include "KeyStore.h"
+#include "SegmentMath.h"
 #include "TimeValuePair.h"
 #include "qmx_export.h"
+#include "qmx_saturate.h"
 #include "scombase.h"
 
 namespace core {
@@ -136,10 +137,8 @@ private:
     {
         if (paramType == eParameterTypeBool)
             throw AnyBadAccess();
-        return paramType == eParameterTypeInt ? TruncateToInt(interpolated) : interpolated;
+        return paramType == eParameterTypeInt ? qmx::SaturatedInt(interpolated) : interpolated;
     }
-    // Truncation toward zero, saturated to the int range; NaN gives 0.
-    static int TruncateToInt(double value);
     // Resets the range to the default of `type` (types 0 to 3 only).
     void setDefaultRange(ParameterTypeEnum type);
     // The first key after `time` / at or after it; the end for NaN.
