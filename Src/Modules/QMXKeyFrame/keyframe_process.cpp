@@ -478,7 +478,7 @@ void Parameter::replaceKey(iterator it, const TimeValuePair& key)
     if (time == it->GetTime() || ((it == timeValueSets.begin() || std::prev(it)->GetTime() < time) &&
                                   (next == timeValueSets.end() || time < next->GetTime()))) {
         *it = key;
-        timeValueSets.retime(it, time);
+        timeValueSets.retime(it, time);  // the store's first times follow the key
         evaluateCurveChanged(eChangedReasonKeyframe, it);
         return;
     }
