@@ -2,9 +2,7 @@
 // inverse of integration.
 #include "Interpolation.h"
 
-#include <algorithm>
 #include <cmath>
-#include <stdexcept>
 
 #include "SegmentMath.h"
 #include "qmx_check.h"

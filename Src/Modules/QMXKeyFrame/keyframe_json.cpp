@@ -13,7 +13,6 @@
 #include <limits>
 #include <string_view>
 #include <utility>
-#include <vector>
 
 #include "keyframe_process.h"
 
