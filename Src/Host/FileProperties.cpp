@@ -35,6 +35,7 @@
 #include <cstring>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <thread>
 #include <utility>
@@ -71,15 +72,15 @@ bool Fail(std::string& what, std::string message)
     return false;
 }
 
-bool IsScalarValue(uint32_t unit)
+bool IsTextUnit(uint32_t unit)  // a scalar value and not a zero, which would end the text early
 {
-    return unit != 0 && unit <= 0x10FFFF && (unit < 0xD800 || unit > 0xDFFF);
+    return unit != 0 && qmxhost::IsScalarValue(unit);
 }
 
 bool IsUnicode(const std::wstring& text)
 {
     for (wchar_t unit : text)
-        if (!IsScalarValue(static_cast<uint32_t>(unit)))
+        if (!IsTextUnit(static_cast<uint32_t>(unit)))
             return false;
     return true;
 }
@@ -96,28 +97,13 @@ std::string ToUtf8(const std::wstring& text)  // U+FFFD for units that are not s
 bool FromUtf8(const std::string& in, std::wstring& out)
 {
     out.clear();
-    for (size_t i = 0; i < in.size();) {
-        const unsigned char lead = static_cast<unsigned char>(in[i++]);
-        int extra = 0;
-        uint32_t cp = lead, minimum = 0;
-        if (lead >= 0x80) {
-            if ((lead & 0xE0) == 0xC0)
-                extra = 1, cp = lead & 0x1F, minimum = 0x80;
-            else if ((lead & 0xF0) == 0xE0)
-                extra = 2, cp = lead & 0x0F, minimum = 0x800;
-            else if ((lead & 0xF8) == 0xF0)
-                extra = 3, cp = lead & 0x07, minimum = 0x10000;
-            else
-                return false;
-        }
-        for (; extra > 0; --extra, ++i) {
-            if (i == in.size() || (static_cast<unsigned char>(in[i]) & 0xC0) != 0x80)
-                return false;
-            cp = cp << 6 | (static_cast<unsigned char>(in[i]) & 0x3F);
-        }
-        if (cp < minimum || !IsScalarValue(cp))
+    const auto* s = reinterpret_cast<const unsigned char*>(in.data());
+    const auto* end = s + in.size();
+    while (s != end) {
+        const std::optional<char32_t> cp = qmxhost::DecodeUtf8(s, end);
+        if (!cp || *cp == 0)
             return false;
-        out += static_cast<wchar_t>(cp);
+        out += static_cast<wchar_t>(*cp);
     }
     return true;
 }

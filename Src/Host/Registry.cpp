@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "QMXCommon.h"
+#include "QMXRuntime.h"
 #include "QMXModule.h"
 
 namespace {

@@ -12,42 +12,6 @@ namespace {
 
 constexpr char32_t kReplacement = 0xFFFD;
 
-bool IsScalarValue(char32_t cp)
-{
-    return cp <= 0x10FFFF && (cp < 0xD800 || cp > 0xDFFF);
-}
-
-// Decodes one UTF-8 sequence at `s`; malformed input yields U+FFFD and
-// consumes one byte, so every byte string converts.
-char32_t DecodeUtf8(const unsigned char*& s)
-{
-    const unsigned char lead = *s++;
-    if (lead < 0x80)
-        return lead;
-    int extra;
-    char32_t cp;
-    char32_t minimum;
-    if ((lead & 0xE0) == 0xC0) {
-        extra = 1, cp = lead & 0x1F, minimum = 0x80;
-    } else if ((lead & 0xF0) == 0xE0) {
-        extra = 2, cp = lead & 0x0F, minimum = 0x800;
-    } else if ((lead & 0xF8) == 0xF0) {
-        extra = 3, cp = lead & 0x07, minimum = 0x10000;
-    } else {
-        return kReplacement;
-    }
-    const unsigned char* p = s;
-    for (int i = 0; i < extra; ++i, ++p) {
-        if ((*p & 0xC0) != 0x80)
-            return kReplacement;
-        cp = (cp << 6) | (*p & 0x3F);
-    }
-    if (cp < minimum || !IsScalarValue(cp))
-        return kReplacement;
-    s = p;
-    return cp;
-}
-
 int EncodeUtf8(char32_t cp, char out[4])
 {
     if (!IsScalarValue(cp))
@@ -76,6 +40,40 @@ int EncodeUtf8(char32_t cp, char out[4])
 
 }  // namespace
 
+bool IsScalarValue(char32_t cp)
+{
+    return cp <= 0x10FFFF && (cp < 0xD800 || cp > 0xDFFF);
+}
+
+std::optional<char32_t> DecodeUtf8(const unsigned char*& s, const unsigned char* end)
+{
+    const unsigned char lead = *s++;
+    if (lead < 0x80)
+        return lead;
+    int extra;
+    char32_t cp;
+    char32_t minimum;
+    if ((lead & 0xE0) == 0xC0) {
+        extra = 1, cp = lead & 0x1F, minimum = 0x80;
+    } else if ((lead & 0xF0) == 0xE0) {
+        extra = 2, cp = lead & 0x0F, minimum = 0x800;
+    } else if ((lead & 0xF8) == 0xF0) {
+        extra = 3, cp = lead & 0x07, minimum = 0x10000;
+    } else {
+        return std::nullopt;
+    }
+    const unsigned char* p = s;
+    for (int i = 0; i < extra; ++i, ++p) {
+        if (p == end || (*p & 0xC0) != 0x80)
+            return std::nullopt;
+        cp = (cp << 6) | (*p & 0x3F);
+    }
+    if (cp < minimum || !IsScalarValue(cp))
+        return std::nullopt;
+    s = p;
+    return cp;
+}
+
 void AppendUtf8(std::string& out, wchar_t ch)
 {
     char bytes[4];
@@ -90,10 +88,12 @@ int Char2WChar(const char* source, wchar_t* target, int targetLength)
 {
     if (source == nullptr || target == nullptr || targetLength <= 0)
         return -1;
+    // Malformed input yields U+FFFD and consumes one byte, so every byte string converts.
     const auto* s = reinterpret_cast<const unsigned char*>(source);
+    const auto* end = s + std::strlen(source);
     int written = 0;
-    while (*s != 0 && written < targetLength - 1)
-        target[written++] = static_cast<wchar_t>(qmxhost::DecodeUtf8(s));
+    while (s != end && written < targetLength - 1)
+        target[written++] = static_cast<wchar_t>(qmxhost::DecodeUtf8(s, end).value_or(qmxhost::kReplacement));
     target[written] = L'\0';
     return written;
 }

@@ -20,25 +20,6 @@ QMX_EXPORT int32_t InterlockedIncrement(volatile int32_t* p);
 QMX_EXPORT int32_t InterlockedDecrement(volatile int32_t* p);
 }
 
-extern "C" {
-// Loads the component module at `path` (local scope) and registers the
-// classes its g_Templates lists. Returns the module's handle, for dlsym, or
-// null; QMXLastModuleError then tells why. Modules stay loaded.
-QMX_EXPORT void* QMXLoadModule(const char* path);
-// The reason of this thread's last failed QMXLoadModule.
-QMX_EXPORT const char* QMXLastModuleError();
-
-// Totals of the reference-count steps taken through InterlockedIncrement and
-// InterlockedDecrement since the process started: every step, and the steps
-// that brought a count from 0 to 1 (a first reference) and from 1 to 0 (the
-// last release, when an object destroys itself). Stress tests use them to
-// show that every object made was destroyed exactly once.
-struct QMXReferenceCounts {
-    int64_t increments, decrements, firstReferences, lastReleases;
-};
-QMX_EXPORT void QMXGetReferenceCounts(QMXReferenceCounts* counts);
-}
-
 namespace QMXCommon {
 
 // Creates an object of class `clsid` and stores the interface `iid` of it,
@@ -70,3 +51,8 @@ QMX_EXPORT std::pair<int64_t, int64_t> CaculateKeyFramePosition(int nFrameIndex,
 
 }  // namespace KeyFrame
 }  // namespace QMXCommon
+
+// The stand-in runtime's own entry points (module loading, reference-count
+// totals), declared apart; included here for host programs that include
+// only this header.
+#include "QMXRuntime.h"

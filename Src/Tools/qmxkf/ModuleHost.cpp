@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "QMXCommon.h"
+#include "QMXRuntime.h"
 #include "ToolError.h"
 
 namespace qmxkf {

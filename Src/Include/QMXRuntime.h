@@ -1,0 +1,28 @@
+// What this host runtime (libQMXHost.so) offers its host programs beyond what
+// modules rely on: loading a module by path and the totals of reference-count
+// steps. Modules never call these; a host engine with its own runtime need not
+// provide them.
+#pragma once
+
+#include <cstdint>
+
+#include "qmx_export.h"
+
+extern "C" {
+// Loads the component module at `path` (local scope) and registers the
+// classes its g_Templates lists. Returns the module's handle, for dlsym, or
+// null; QMXLastModuleError then tells why. Modules stay loaded.
+QMX_EXPORT void* QMXLoadModule(const char* path);
+// The reason of this thread's last failed QMXLoadModule.
+QMX_EXPORT const char* QMXLastModuleError();
+
+// Totals of the reference-count steps taken through InterlockedIncrement and
+// InterlockedDecrement since the process started: every step, and the steps
+// that brought a count from 0 to 1 (a first reference) and from 1 to 0 (the
+// last release, when an object destroys itself). Tests use them to show
+// that every object made was destroyed exactly once.
+struct QMXReferenceCounts {
+    int64_t increments, decrements, firstReferences, lastReleases;
+};
+QMX_EXPORT void QMXGetReferenceCounts(QMXReferenceCounts* counts);
+}
