@@ -12,6 +12,17 @@
 
 namespace Interpolation {
 
+// The missing-neighbour rule. The first key has no key before it and the last
+// none after it. Wherever a neighbour is missing, the curve acts as if a
+// phantom key stood one time unit away on that side, of kind none, holding the
+// end key's value with slope 0: evaluation then continues the end key's slope
+// across that unit (normaliseSegment), and the tangent rule measures the
+// missing side as one unit long (autoComputeDerivativesOfNumbers). Callers
+// pass a missing neighbour as kind eKeyframeTypeNone.
+constexpr double kPhantomKeyDistance = 1.0;
+inline double phantomTimeBefore(double firstTime) { return firstTime - kPhantomKeyDistance; }
+inline double phantomTimeAfter(double lastTime) { return lastTime + kPhantomKeyDistance; }
+
 // A value as interpolate reads it: booleans 1.0 or 0.0, numeric kinds
 // converted, anything else 0.0 without error.
 inline double numberOf(const core::ValAny& value)
@@ -38,8 +49,8 @@ inline HermiteSegment normaliseSegment(double tcur, double vcur, double vcurDeri
     HermiteSegment s;
     s.m1 = vnextDerivLeft * length;
     if (interp == core::eKeyframeTypeNone) {
-        // Before the first key: one time unit ending at it, along its left slope.
-        s.t0 = tnext - 1.0;
+        // Before the first key: the phantom's unit ending at it, along its left slope.
+        s.t0 = phantomTimeBefore(tnext);
         s.p0 = vnext - s.m1;
         s.p1 = vnext;
         s.m0 = s.m1;
@@ -57,8 +68,8 @@ inline HermiteSegment normaliseSegment(double tcur, double vcur, double vcurDeri
     }
     s.t1 = tnext;
     if (interpNext == core::eKeyframeTypeNone) {
-        // After the last key: one time unit continuing its right slope.
-        s.t1 = s.t0 + 1.0;
+        // After the last key: the phantom's unit, continuing its right slope.
+        s.t1 = phantomTimeAfter(s.t0);
         s.p1 = s.p0 + s.m0;
         s.m1 = s.m0;
     }
@@ -164,11 +175,10 @@ inline void clampedSmooth(double vPrev, double vCur, double vNext, double S, dou
 {
     const bool hasPrev = interpPrev != core::eKeyframeTypeNone;
     const bool hasNext = interpNext != core::eKeyframeTypeNone;
-    // A missing side is one time unit long.
     if (!hasNext)
-        tNext = tCur + 1.0;
+        tNext = phantomTimeAfter(tCur);
     if (!hasPrev)
-        tPrev = tCur - 1.0;
+        tPrev = phantomTimeBefore(tCur);
     const double hL = tCur - tPrev;
     const double hR = tNext - tCur;
     // Neighbour slopes per whole segment.

@@ -18,8 +18,7 @@ namespace {
 
 // The keys of the segment around a time whose first later key is `itup` (the
 // end when there is none). Before the first key and from the last key on,
-// the missing key is a phantom one time unit away, of kind none, with the
-// end key's value and slope 0, so evaluation continues the end key's slope.
+// the missing key is the phantom of Interpolation::kPhantomKeyDistance.
 // Values are referred to where they are stored. [from, to) are the times
 // whose first later key is `itup`: those the same segment evaluates.
 struct SegmentKeys {
@@ -41,7 +40,7 @@ inline SegmentKeys SegmentAround(const KeyStore& keyFrames, KeyStore::const_iter
     };
     if (itup == keyFrames.begin()) {
         endFrom(itup);
-        s.tStart = s.tEnd - 1.0;
+        s.tStart = Interpolation::phantomTimeBefore(s.tEnd);
         s.vStart = s.vEnd;
         s.dStart = 0.0;
         s.kStart = eKeyframeTypeNone;
@@ -56,7 +55,7 @@ inline SegmentKeys SegmentAround(const KeyStore& keyFrames, KeyStore::const_iter
     s.kStart = itcur->GetInterpolation();
     s.from = s.tStart;
     if (itup == keyFrames.end()) {
-        s.tEnd = s.tStart + 1.0;
+        s.tEnd = Interpolation::phantomTimeAfter(s.tStart);
         s.vEnd = s.vStart;
         s.dEnd = 0.0;
         s.kEnd = eKeyframeTypeNone;

@@ -20,8 +20,7 @@ namespace core {
 
 // Gathers the data of the segment around *t, whose end key is `itup` (the
 // first key after *t, or the end). Before the first key and from the last key
-// on, the missing key is a phantom one time unit away with kind
-// eKeyframeTypeNone, so evaluation continues the end key's slope.
+// on, the missing key is the phantom of Interpolation::kPhantomKeyDistance.
 void interParams(const KeyStore& keyFrames, const double* t, KeyStore::const_iterator itup,
                  double* tStart, ValAny* vStart, double* dStart, KeyframeInterpolationType* kStart,
                  double* tEnd, ValAny* vEnd, double* dEnd, KeyframeInterpolationType* kEnd);
