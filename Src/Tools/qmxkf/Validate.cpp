@@ -306,9 +306,10 @@ void CheckEntryPoints(const ModuleHost& m)
     ExpectHr("DllUnregisterServer", Sym<DllEntryFunction>(m, "DllUnregisterServer")(), S_OK);
 }
 
-// One session as the tool's commands drive the module: two keys added to a
-// track, which is saved into a bag and read into a new track; a sample
-// between the keys comes back from that one.
+// One session as the tool's commands drive the module: keys added to a track,
+// which is saved into a bag and read into a new track. That one gives a
+// sample between two keys, and its last key exactly (values that need all
+// seventeen digits in the bag's text).
 void CheckTrackSession(const ModuleHost& m)
 {
     QMXComPtr<IQMXKeyFrame> tracks[2] = {m.CreateTrack(), m.CreateTrack()};
@@ -319,18 +320,22 @@ void CheckTrackSession(const ModuleHost& m)
         Expect(storage[i] && static_cast<void*>(storage[i].Get()) != tracks[i].Get(),
                "the track has no IID_IQMXStorage face of its own");
     }
-    KeyFrameParam keys[] = {{0, 0, -400, 0, 0.5, 0.5, 0}, {2, 90, 100, 60, 1.5, 1, 1}};
+    KeyFrameParam keys[] = {
+        {0, 0, -400, 0, 0.5, 0.5, 0}, {2, 90, 100, 60, 1.5, 1, 1}, {4, 1.0 / 3, 0.1, -2.0 / 3, 1e-300, 1.0 / 7, 0.3}};
     for (KeyFrameParam& key : keys)
         Expect(tracks[0]->AddKeyFrame(key), "AddKeyFrame at " + Number(key.dPosition) + " s returned false");
     QMXComPtr<IQMXProperties> bag;
     bag.Attach(QMXCreateMemoryProperties());
     ExpectHr("WriteTo", storage[0]->WriteTo(bag.Get()), S_OK);
     ExpectHr("ReadFrom", storage[1]->ReadFrom(bag.Get()), S_OK);
-    ExpectEq("GetKeyFrameCount of the track read back returned", tracks[1]->GetKeyFrameCount(), 2);
-    KeyFrameParam sample{};
-    Expect(tracks[1]->GetKeyFrame(1.0, sample), "GetKeyFrame(1) of the track read back returned false");
-    for (const Property& p : kProperties)  // linear keys: halfway between two keys lies their midpoint
+    ExpectEq("GetKeyFrameCount of the track read back returned", tracks[1]->GetKeyFrameCount(), 3);
+    KeyFrameParam sample{}, last{};
+    Expect(tracks[1]->GetKeyFrame(1.0, sample) && tracks[1]->GetKeyFrame(2, last),
+           "GetKeyFrame of the track read back returned false");
+    for (const Property& p : kProperties) {  // linear keys: halfway between two keys lies their midpoint
         ExpectEq(string(p.title) + " at 1 s is", sample.*p.field, (keys[0].*p.field + keys[1].*p.field) / 2);
+        ExpectEq(string(p.title) + " of the last key read back is", last.*p.field, keys[2].*p.field);
+    }
 }
 
 using CheckFunction = void (*)(const ModuleHost&);
