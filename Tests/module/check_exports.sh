@@ -10,7 +10,7 @@ status=0
 # AddressSanitizer adds one-definition-rule markers (__odr_asan.*) beside
 # exported data; they are instrumentation, not part of the module's exports.
 actual=$(nm -D --defined-only "$module" | awk '{print $3}' | grep -v '^__odr_asan\.' | sort)
-if ! diff -u <(grep -v '^#' "$expected" | sort) <(printf '%s\n' "$actual"); then
+if ! diff -u <(grep -v -e '^#' -e '^$' "$expected" | sort) <(printf '%s\n' "$actual"); then
     echo "FAIL: exported symbols differ from $expected (- expected, + actual)"
     status=1
 fi

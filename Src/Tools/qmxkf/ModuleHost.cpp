@@ -16,13 +16,29 @@ ModuleHost::ModuleHost(const std::string& path) : ModuleHost(QMXLoadModule(Loada
 {
 }
 
-ModuleHost::ModuleHost(void* handle, std::string name) : m_path(std::move(name)), m_handle(handle)
+ModuleHost::ModuleHost(void* handle, std::string name) : ModuleHost(handle, std::move(name), Unchecked{})
 {
     if (m_handle == nullptr)
         throw ToolError("cannot load module: " + std::string(QMXLastModuleError()));
-    m_getClassObject = reinterpret_cast<DllGetClassObjectFunction>(dlsym(m_handle, "DllGetClassObject"));
     if (m_getClassObject == nullptr)
         throw ToolError(m_path + ": no DllGetClassObject");
+}
+
+ModuleHost::ModuleHost(void* handle, std::string name, Unchecked)
+    : m_path(std::move(name)),
+      m_handle(handle),
+      m_getClassObject(reinterpret_cast<DllGetClassObjectFunction>(Symbol("DllGetClassObject")))
+{
+}
+
+std::optional<ModuleHost> ModuleHost::Open(const std::string& path, std::string& error)
+{
+    void* handle = QMXLoadModule(LoadablePath(path).c_str());
+    if (handle == nullptr) {
+        error = QMXLastModuleError();
+        return std::nullopt;
+    }
+    return ModuleHost(handle, path, Unchecked{});
 }
 
 std::string ModuleHost::DefaultPath()
@@ -41,9 +57,14 @@ std::string ModuleHost::LoadablePath(const std::string& path)
     return path.find('/') == std::string::npos ? "./" + path : path;
 }
 
+void* ModuleHost::Symbol(const char* name) const
+{
+    return m_handle != nullptr ? dlsym(m_handle, name) : nullptr;
+}
+
 const _GUID& ModuleHost::Id(const char* name) const
 {
-    const void* id = dlsym(m_handle, name);
+    const void* id = Symbol(name);
     if (id == nullptr)
         throw ToolError(m_path + ": does not export " + name);
     return *static_cast<const _GUID*>(id);
@@ -52,6 +73,8 @@ const _GUID& ModuleHost::Id(const char* name) const
 void* ModuleHost::Create(const char* clsidName, const char* iidName) const
 {
     const _GUID& clsid = Id(clsidName);
+    if (m_getClassObject == nullptr)
+        throw ToolError(m_path + ": no DllGetClassObject");
     QMXComPtr<IClassFactory> factory;
     HRESULT hr = m_getClassObject(clsid, IID_IClassFactory, reinterpret_cast<void**>(&factory));
     if (FAILED(hr) || !factory)

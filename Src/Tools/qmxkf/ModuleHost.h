@@ -3,6 +3,7 @@
 // DllGetClassObject, and nothing else but its exported identifiers.
 #pragma once
 
+#include <optional>
 #include <string>
 
 #include "IKeyFrame.h"
@@ -20,6 +21,10 @@ public:
     // dlopen(nullptr) in a program that links the module and exports it);
     // `name` names it in messages.
     ModuleHost(void* handle, std::string name);
+    // Loads the module at `path` without further checks, as a conformance
+    // check needs it; empty, with the loader's reason in `error`, when the
+    // load fails.
+    static std::optional<ModuleHost> Open(const std::string& path, std::string& error);
 
     QMXComPtr<IQMXKeyFrame> CreateTrack() const;
     QMXComPtr<core::IKeyFrame> CreateCurve() const;
@@ -33,6 +38,9 @@ public:
     }
 
     const _GUID& Id(const char* name) const;
+    // The module's symbol `name`, or null when it does not export it.
+    void* Symbol(const char* name) const;
+    void* Handle() const { return m_handle; }
     const std::string& Path() const { return m_path; }
 
     // The module built beside this program: <dir>/../lib/libQMXKeyFrame.so.
@@ -42,6 +50,8 @@ public:
     static std::string LoadablePath(const std::string& path);
 
 private:
+    struct Unchecked {};
+    ModuleHost(void* handle, std::string name, Unchecked);
     void* Create(const char* clsidName, const char* iidName) const;
 
     std::string m_path;
