@@ -35,6 +35,7 @@ TEST(CurveJson, ReadAndWrittenBack)
         {"{\"ParamType\":2,\"MinValue\":true,\"MaxValue\":true,\"nodes\":[[10,false,6,-1.5,3.25]]}",
          "{\"MaxValue\":true,\"MinValue\":true,\"ParamType\":2,\"nodes\":[[10.0,false,6,-1.5,3.25]]}\n", V::kBool},
         {"{}", "{\"MaxValue\":0.0,\"MinValue\":0.0,\"ParamType\":0,\"nodes\":null}\n", V::kDouble},
+        {"", "{\"MaxValue\":100.0,\"MinValue\":-100.0,\"ParamType\":0,\"nodes\":null}\n", V::kDouble},  // as made
         {"{\"ParamType\":3,\"nodes\":[[1.0,0,0.0,0.0]]}\n", "{\"ParamType\":3,\"nodes\":null}\n", V::kDouble}};
     for (const auto& row : rows) {
         Parameter c(nullptr), copy(nullptr);
@@ -55,7 +56,8 @@ TEST(CurveJson, ReadAndWrittenBack)
 }
 
 // Keys merge in by time, whichever way the text is spelled: the curve's own key wins, then the
-// first of two equal nodes. Unparsable text and null change nothing; the library says why, on one line.
+// first of two equal nodes. Unparsable text and null change nothing (the library says why, on one
+// line); a document of the wrong JSON types throws, and changes nothing either.
 TEST(CurveJson, MergingAndBadText)
 {
     const char* nodes = "\"nodes\":[[1.0,1.0,1,0.0,0.0],[2.0,99.0,5,9.0,9.0],[3.0,3.0,5,0.0,0.0],[3.0,4.0,5,0.0,0.0]]}";
@@ -66,6 +68,7 @@ TEST(CurveJson, MergingAndBadText)
         EXPECT_EQ(c.Desialize(text.c_str()), 0);
         for (const char* bad : {"{", "[1,", "nodes", "{\"ParamType\":1,}x", static_cast<const char*>(nullptr)})
             EXPECT_EQ(c.Desialize(bad), 0) << (bad ? bad : "null");
+        EXPECT_ANY_THROW(c.Desialize("{\"ParamType\":0,\"nodes\":[[\"x\"]]}"));  // passed on, nothing read
         EXPECT_EQ(c.Serialize(), "{\"MaxValue\":1.0,\"MinValue\":-1.0,\"ParamType\":0,\"nodes\":[[1.0,1.0,1,0.0,0.0],"
                                  "[2.0,7.0,1,0.0,0.0],[3.0,3.0,5,0.0,0.0]]}\n")
             << text;

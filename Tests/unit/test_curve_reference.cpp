@@ -141,28 +141,25 @@ TEST(CurveReference, LongRandomEditSequencesMatchThePlainAlgorithms)
         for (int step = 0; step < 400; ++step) {
             const int count = curve.GetKeyFramesCount();
             const int op = count == 0 ? 0 : pick(7);
-            const size_t i = count == 0 ? 0 : static_cast<size_t>(pick(count));
+            const int at = count == 0 ? 0 : pick(count);
+            const size_t i = static_cast<size_t>(at);
             const std::string when = "seed " + std::to_string(seed) + ", step " + std::to_string(step);
             if (op <= 1) {
                 const double t = time(), v = value();
                 const KeyframeInterpolationType k = kind();
                 ASSERT_EQ(curve.AddPoint(t, ValAny(v), k), reference.AddPoint(t, v, k)) << when;
             } else if (op == 2) {
-                curve.RemovePoint(static_cast<int>(i));
+                curve.RemovePoint(at);
                 reference.RemovePoint(i);
             } else {
                 Key k = reference.keys[i];
-                const int at = static_cast<int>(i);
-                if (op == 3) {
-                    k.v = pick(4) == 0 ? k.v : value();
-                    curve.SetPointValue(at, ValAny(k.v));
-                } else if (op == 4) {
-                    k.t = pick(3) == 0 ? k.t + 0.01 : time();
-                    curve.SetPointTime(at, k.t);
-                } else if (op == 5) {
-                    k.kind = kind();
-                    curve.SetPointInterpolationType(at, k.kind);
-                } else {
+                if (op == 3)  // sometimes the same value, or a time next to the key's own
+                    curve.SetPointValue(at, ValAny(k.v = pick(4) == 0 ? k.v : value()));
+                else if (op == 4)
+                    curve.SetPointTime(at, k.t = pick(3) == 0 ? k.t + 0.01 : time());
+                else if (op == 5)
+                    curve.SetPointInterpolationType(at, k.kind = kind());
+                else {
                     k.left = value() / 10;
                     k.right = pick(2) == 0 ? k.left : value() / 10;
                     curve.SetPointControlParam(at, k.left, k.right);
