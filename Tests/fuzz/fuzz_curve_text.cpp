@@ -9,6 +9,7 @@
 #include <typeinfo>
 #include <vector>
 
+#include "CurveCodecLibrary.h"
 #include "fuzz_common.h"
 
 namespace {
@@ -19,7 +20,12 @@ using core::ValAny;
 std::string Read(core::Parameter& curve, const std::string& text, bool library)
 {
     try {
-        FUZZ_CHECK((library ? curve.DesializeWithLibrary(text.c_str()) : curve.Desialize(text.c_str())) == 0);
+        core::CurveTextContent content;
+        std::string error;
+        if (!library)
+            FUZZ_CHECK(curve.Desialize(text.c_str()) == 0);
+        else if (core::ReadCurveTextWithLibrary(text.c_str(), content, error))
+            curve.Apply(content);
         return fuzz::Describe(curve);
     } catch (const std::exception& e) {
         return std::string("threw ") + typeid(e).name() + ": " + e.what();
@@ -135,7 +141,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
         Evaluate(curve);
         // The text read back gives the same state and the same text again.
         const std::string written = curve.Serialize();
-        FUZZ_CHECK(written == curve.SerializeWithLibrary());
+        FUZZ_CHECK(written == core::WriteCurveTextWithLibrary(curve.TextHeader(), curve.Keys()));
         QMXComPtr<core::IKeyFrame> again = fuzz::NewCurve(), copy = fuzz::NewCurve();
         FUZZ_CHECK(again->Desialize(written.c_str()) == 0);
         FUZZ_CHECK(again->Serialize() == written);

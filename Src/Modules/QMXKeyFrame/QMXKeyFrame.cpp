@@ -401,10 +401,9 @@ HRESULT CQMXKeyFrame::ReadFrom(IQMXProperties* props)
         LoadKeyFrameParam(props, key, text);
         QMXComPtr<IKeyFrame> curve = NewCurve();
         QMX_CHECK(curve.Get() != nullptr);
-        // A text of the wrong shape makes the curve's reader throw, maybe
-        // after it set the type but not the range. Loading reports no failure
-        // to the host: such a text gives a new, empty curve, as an unparsable
-        // one does.
+        // A text of the wrong shape makes the curve's reader throw. Loading
+        // reports no failure to the host: such a text gives a new, empty
+        // curve, as an unparsable one does.
         try {
             curve->Desialize(text.c_str());
         } catch (const std::exception&) {

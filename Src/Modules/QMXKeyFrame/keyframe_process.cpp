@@ -1,5 +1,6 @@
 // The parameter curve: storage, lookup, evaluation, editing with tangent
-// maintenance, and its component face. JSON persistence is in keyframe_json.cpp.
+// maintenance, and its component face. Its text is written and read by the
+// codec of CurveCodec.h; the curve only adapts it.
 #include "keyframe_process.h"
 
 #include <cfloat>
@@ -8,6 +9,7 @@
 #include <optional>
 #include <stdexcept>
 
+#include "CurveCodecLibrary.h"
 #include "Interpolation.h"
 #include "QMXKeyFrameGuids.h"
 #include "qmx_check.h"
@@ -610,6 +612,41 @@ Parameter::iterator Parameter::refreshDerivatives(ParameterChangedReasonEnum rea
     if (reason != eChangedReasonDerivatives)
         evaluateCurveChanged(eChangedReasonDerivatives, key);
     return key;
+}
+
+// ---- text ----
+
+std::string Parameter::Serialize() const
+{
+    return WriteCurveText(TextHeader(), timeValueSets);
+}
+
+HRESULT Parameter::Desialize(const char* text)
+{
+    if (text == nullptr)
+        return 0;
+    // The canonical form is read fast; any other text goes through the
+    // library, and one that does not parse changes nothing.
+    CurveTextContent content;
+    std::string error;
+    if (ReadCanonicalCurveText(text, content, error) || ReadCurveTextWithLibrary(text, content, error))
+        Apply(content);
+    return 0;
+}
+
+void Parameter::Apply(CurveTextContent& content)
+{
+    paramType = content.header.type;
+    if (!HasPersistedValues(paramType))
+        return;
+    minValue = content.header.minValue;
+    maxValue = content.header.maxValue;
+    if (timeValueSets.empty()) {
+        timeValueSets.swap(content.keys);
+        return;
+    }
+    for (const TimeValuePair& key : content.keys)
+        timeValueSets.insert(key);
 }
 
 // ---- copying ----

@@ -8,6 +8,7 @@
 #include <string>
 #include <utility>
 
+#include "CurveCodec.h"
 #include "IKeyFrame.h"
 #include "KeyStore.h"
 #include "SegmentMath.h"
@@ -101,10 +102,15 @@ public:
     void GetCubicCoeffs(double time, double& c0, double& c1, double& c2, double& c3) const;
     // Number of keys with t0 <= time <= t1.
     int GetNKeyFramesInRange(double t0, double t1) const;
-    // The same text as Serialize and the same reading as Desialize, through
-    // the JsonCpp document that defines the text (the slower reference path).
-    std::string SerializeWithLibrary() const;
-    HRESULT DesializeWithLibrary(const char* text);
+    // The curve as its text carries it (CurveCodec.h): Serialize writes
+    // these, Desialize reads a text and applies it.
+    CurveTextHeader TextHeader() const { return {paramType, minValue, maxValue}; }
+    const KeyStore& Keys() const { return timeValueSets; }
+    // Takes the type of a text read and, for the types with persisted values,
+    // its range, and merges its keys in as stored: an existing key at the
+    // same time wins, and no tangent is recomputed. Leaves the content's
+    // keys in an unspecified state.
+    void Apply(CurveTextContent& content);
 
     // Neighbour queries copy the chosen key and return true; false (and the
     // record untouched) when there is none.

@@ -1,52 +1,19 @@
-// The curve's persisted text: one JSON object with "ParamType", the range
-// ("MinValue", "MaxValue") and "nodes" [time, value, kind, left, right],
-// spelled exactly as Json::FastWriter spells the document. The JsonCpp
-// document defines the text; the direct writer and the reader of that
-// canonical form only make long curves fast, and any other text goes through
-// Json::Reader.
-#include <json/json.h>
+// The canonical curve text: a direct writer and the reader of exactly what it
+// writes, so that long curves are written and read without a document tree.
+#include "CurveCodec.h"
 
 #include <algorithm>
 #include <charconv>
 #include <cmath>
 #include <cstring>
 #include <limits>
-#include <string_view>
 #include <utility>
-
-#include "keyframe_process.h"
 
 namespace core {
 
 namespace {
 
-// A range end or key value as JSON, by parameter type; null for types
-// without a persisted value. Throws AnyBadAccess for a value of the wrong kind.
-Json::Value ToJson(const ValAny& value, ParameterTypeEnum type)
-{
-    switch (type) {
-    case eParameterTypeDouble: return Json::Value(value.Get<double>());
-    case eParameterTypeInt: return Json::Value(value.Get<int>());
-    case eParameterTypeBool: return Json::Value(value.Get<bool>());
-    default: return Json::Value();
-    }
-}
-
-ValAny FromJson(const Json::Value& value, ParameterTypeEnum type)
-{
-    switch (type) {
-    case eParameterTypeDouble: return ValAny(value.asDouble());
-    case eParameterTypeInt: return ValAny(value.asInt());
-    default: return ValAny(value.asBool());
-    }
-}
-
-bool HasPersistedValues(ParameterTypeEnum type)
-{
-    return type == eParameterTypeDouble || type == eParameterTypeInt || type == eParameterTypeBool;
-}
-
-// ---- direct writer ----
+// ---- writer ----
 
 // Each writer puts its text at `out` and returns its end. The longest is a
 // real: 24 characters ("-2.2250738585072014e-308"), or 19 with ".0".
@@ -74,7 +41,7 @@ char* WriteInt(char* out, int value)
     return std::to_chars(out, out + kLongestNumber, value).ptr;
 }
 
-// Same kinds and same exceptions as ToJson.
+// Throws AnyBadAccess for a value of another kind.
 char* WriteValue(char* out, const ValAny& value, ParameterTypeEnum type)
 {
     switch (type) {
@@ -96,7 +63,7 @@ public:
     explicit CanonicalReader(std::string_view text) : m_text(text), m_pos(0) {}
 
     // Keys go into `keys` in text order; a later key at a time already there
-    // is dropped, as when keys are merged into a curve.
+    // is dropped. False leaves the reading place where the text went wrong.
     bool Read(ParameterTypeEnum& type, ValAny& minValue, ValAny& maxValue, KeyStore& keys)
     {
         // The range comes before the type in the text: keep its tokens.
@@ -138,6 +105,8 @@ public:
         } while (Literal(","));
         return Literal("]") && Finish();
     }
+
+    size_t Position() const { return m_pos; }
 
 private:
     bool Literal(std::string_view word)
@@ -254,30 +223,36 @@ private:
 
 }  // namespace
 
-std::string Parameter::Serialize() const
+bool HasPersistedValues(ParameterTypeEnum type)
 {
-    const bool withValues = HasPersistedValues(paramType);
+    return type == eParameterTypeDouble || type == eParameterTypeInt || type == eParameterTypeBool;
+}
+
+std::string WriteCurveText(const CurveTextHeader& header, const KeyStore& keys)
+{
+    const ParameterTypeEnum type = header.type;
+    const bool withValues = HasPersistedValues(type);
     std::string out;
-    out.reserve(64 + timeValueSets.size() * 96);
+    out.reserve(64 + keys.size() * 96);
     out += '{';
     // Each piece is written into a line buffer and appended whole.
     char line[8 * kLongestNumber];
     char* end = line;
     if (withValues) {
         end = WriteWord(end, "\"MaxValue\":");
-        end = WriteValue(end, maxValue, paramType);
+        end = WriteValue(end, header.maxValue, type);
         end = WriteWord(end, ",\"MinValue\":");
-        end = WriteValue(end, minValue, paramType);
+        end = WriteValue(end, header.minValue, type);
         *end++ = ',';
     }
     end = WriteWord(end, "\"ParamType\":");
-    end = WriteInt(end, static_cast<int>(paramType));
+    end = WriteInt(end, static_cast<int>(type));
     end = WriteWord(end, ",\"nodes\":");
     out.append(line, end);
-    if (timeValueSets.empty())
+    if (keys.empty())
         out += "null";
     char separator = '[';
-    for (const TimeValuePair& key : timeValueSets) {
+    for (const TimeValuePair& key : keys) {
         end = line;
         *end++ = separator;
         separator = ',';
@@ -285,7 +260,7 @@ std::string Parameter::Serialize() const
         end = WriteReal(end, key.GetTime());
         *end++ = ',';
         if (withValues) {
-            end = WriteValue(end, key.StoredValue(), paramType);
+            end = WriteValue(end, key.StoredValue(), type);
             *end++ = ',';
         }
         end = WriteInt(end, static_cast<int>(key.GetInterpolation()));
@@ -296,77 +271,22 @@ std::string Parameter::Serialize() const
         *end++ = ']';
         out.append(line, end);
     }
-    if (!timeValueSets.empty())
+    if (!keys.empty())
         out += ']';
     out += "}\n";
     return out;
 }
 
-std::string Parameter::SerializeWithLibrary() const
+bool ReadCanonicalCurveText(std::string_view text, CurveTextContent& out, std::string& error)
 {
-    Json::Value root;
-    Json::Value nodes;
-    root["ParamType"] = static_cast<int>(paramType);
-    const bool withValues = HasPersistedValues(paramType);
-    if (withValues) {
-        root["MinValue"] = ToJson(minValue, paramType);
-        root["MaxValue"] = ToJson(maxValue, paramType);
-    }
-    for (const TimeValuePair& key : timeValueSets) {
-        Json::Value node;
-        node.append(key.GetTime());
-        if (withValues)
-            node.append(ToJson(key.GetValue(), paramType));
-        node.append(static_cast<int>(key.GetInterpolation()));
-        node.append(key.GetLeftDerivative());
-        node.append(key.GetRightDerivative());
-        nodes.append(std::move(node));
-    }
-    root["nodes"] = std::move(nodes);
-    return Json::FastWriter().write(root);
-}
-
-HRESULT Parameter::Desialize(const char* text)
-{
-    if (text == nullptr)
-        return 0;
-    ParameterTypeEnum type = eParameterTypeDouble;
-    ValAny low, high;
-    KeyStore keys;
-    if (!CanonicalReader(text).Read(type, low, high, keys))
-        return DesializeWithLibrary(text);
-    paramType = type;
-    minValue = std::move(low);
-    maxValue = std::move(high);
-    // Keys are merged in as stored: an existing key at the same time wins,
-    // and no tangent is recomputed.
-    if (timeValueSets.empty()) {
-        timeValueSets.swap(keys);
-        return 0;
-    }
-    for (const TimeValuePair& key : keys)
-        timeValueSets.insert(key);
-    return 0;
-}
-
-HRESULT Parameter::DesializeWithLibrary(const char* text)
-{
-    Json::Value root;
-    if (text == nullptr || !Json::Reader().parse(std::string(text), root, true))
-        return 0;
-    paramType = static_cast<ParameterTypeEnum>(root["ParamType"].asInt());
-    if (!HasPersistedValues(paramType))
-        return 0;  // no range and no keys are read for other types
-    minValue = FromJson(root["MinValue"], paramType);
-    maxValue = FromJson(root["MaxValue"], paramType);
-    for (const Json::Value& node : root["nodes"]) {
-        const double time = node[0u].asDouble();
-        const auto kind = static_cast<KeyframeInterpolationType>(node[2u].asInt());
-        const double left = node[3u].asDouble();
-        const double right = node[4u].asDouble();
-        timeValueSets.insert(TimeValuePair(time, FromJson(node[1u], paramType), kind, left, right));
-    }
-    return 0;
+    CanonicalReader reader(text);
+    CurveTextHeader& header = out.header;
+    if (reader.Read(header.type, header.minValue, header.maxValue, out.keys))
+        return true;
+    out.header = CurveTextHeader();
+    out.keys.clear();
+    error = "not the canonical curve text at character " + std::to_string(reader.Position());
+    return false;
 }
 
 }  // namespace core
