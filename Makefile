@@ -52,9 +52,10 @@ test-tsan: deps
 	$(TSAN_DIR)/bin/qmx_concurrency_tests --gtest_brief=1
 	QMX_STRESS_SECONDS=2 $(TSAN_DIR)/bin/qmx_stress_tests
 
-# The libFuzzer targets, built with clang in build-fuzz/, each run for a
-# bounded time on its seed corpus after replaying the committed regressions.
-FUZZ_SECONDS ?= 60
+# The libFuzzer targets that still find new code (operations, project_file),
+# built with clang in build-fuzz/, each run for a bounded time on its seed
+# corpus and committed regressions; ctest replays every target's inputs.
+FUZZ_SECONDS ?= 120
 test-fuzz: deps
 	scripts/fuzz.sh $(FUZZ_SECONDS)
 

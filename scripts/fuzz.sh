@@ -1,14 +1,18 @@
 #!/usr/bin/env bash
 # Builds the libFuzzer targets with clang (AddressSanitizer and UBSan) in
-# build-fuzz/, replays the committed regression inputs, then runs each target
-# for SECONDS (default 30) on a scratch copy of its seed corpus. Exits non-zero
-# when any input crashes; prints each run's executions and coverage.
+# build-fuzz/ and runs each target that still finds new code for SECONDS
+# (default 30) on a scratch copy of its seed corpus and committed regression
+# inputs (libFuzzer runs all of them first). Exits non-zero when any input
+# crashes; prints each run's executions and coverage. Every target's corpus and
+# regressions, those of curve_text and bag included, are replayed by ctest in
+# the plain and sanitized builds (fuzz_replay_*).
 #
-# For long campaigns: FUZZ_RUNS stops each target after that many executions
-# (SECONDS still bounds it), FUZZ_TARGETS picks targets, FUZZ_SANITIZERS
-# changes the checks (e.g. "undefined", about twice as fast, in
-# build-fuzz-undefined/), FUZZ_OPTIONS adds libFuzzer flags (e.g. -max_len=512)
-# and FUZZ_WORK_DIR keeps the grown corpora there.
+# For long campaigns: FUZZ_TARGETS picks targets (any of curve_text, bag,
+# operations, project_file), FUZZ_RUNS stops each target after that many
+# executions (SECONDS still bounds it), FUZZ_SANITIZERS changes the checks
+# (e.g. "undefined", about twice as fast, in build-fuzz-undefined/),
+# FUZZ_OPTIONS adds libFuzzer flags (e.g. -max_len=512) and FUZZ_WORK_DIR
+# keeps the grown corpora there.
 set -euo pipefail
 
 seconds=${1:-30}
@@ -20,7 +24,7 @@ else
     build=${FUZZ_BUILD_DIR:-$root/build-fuzz-${sanitizers//,/-}}
 fi
 fuzz=$root/Tests/fuzz
-read -r -a targets <<<"${FUZZ_TARGETS:-curve_text bag operations project_file}"
+read -r -a targets <<<"${FUZZ_TARGETS:-operations project_file}"
 limits=(-max_total_time="$seconds")
 [[ -n ${FUZZ_RUNS:-} ]] && limits+=(-runs="$FUZZ_RUNS")
 read -r -a limits_extra <<<"${FUZZ_OPTIONS:-}"
@@ -48,14 +52,10 @@ status=0
 for target in "${targets[@]}"; do
     binary=$build/bin/qmx_fuzz_$target
     mkdir -p "$scratch/$target/corpus" "$scratch/$target/artifacts"
-    if compgen -G "$fuzz/regressions/$target/*" >/dev/null; then
-        if ! "$binary" "$fuzz/regressions/$target"/* >"$scratch/$target/replay.log" 2>&1; then
-            grep -E "fuzz check failed|ERROR|runtime error|Running:" "$scratch/$target/replay.log" | tail -n 8 >&2
-            echo "FAIL $target: a committed regression input crashes (see Tests/fuzz/regressions/$target)" >&2
-            status=1
-        fi
-    fi
     cp "$fuzz/corpus/$target"/* "$scratch/$target/corpus/"
+    if compgen -G "$fuzz/regressions/$target/*" >/dev/null; then
+        cp "$fuzz/regressions/$target"/* "$scratch/$target/corpus/"
+    fi
     log=$scratch/$target/fuzz.log
     if "$binary" "$scratch/$target/corpus" -dict="$fuzz/qmx.dict" "${limits[@]}" -timeout=10 \
         -rss_limit_mb=2048 -print_final_stats=1 -artifact_prefix="$scratch/$target/artifacts/" >"$log" 2>&1; then
