@@ -1,118 +1,158 @@
-// Several threads on one track: edits, sampling and saving interleave under the track's lock, and the
-// six curves end in lockstep.
+// Threads on tracks and on one curve. For QMX_STRESS_SECONDS per case (a short default keeps the quick run
+// quick; the ThreadSanitizer run asks for more), threads hammer one track, then many, with every edit,
+// samples, key reads, queries, saves and reads of saves, out-of-range indexes included. Afterwards each
+// track's six curves are in lockstep, its save reads back bit for bit, and every object made was destroyed
+// exactly once.
 #include <gtest/gtest.h>
 
+#include <atomic>
+#include <chrono>
+#include <cstdlib>
+#include <random>
+#include <stdexcept>
 #include <string>
 #include <thread>
 #include <vector>
 
-#include "IQMXKeyFrame.h"
-#include "QMXCommon.h"
-#include "QMXKeyFrameGuids.h"
 #include "QMXLogger.h"
-#include "QMXPropertyBag.h"
-#include "keyframe_process.h"
-#include "saved_curve.h"
+#include "track_fixture.h"
+
+using namespace testing_support;
 
 namespace {
 
-using testing_support::SavedCurveTimes;
+// Objects the host counts as made (last releases): a track is its factory, itself and six curves, each
+// curve with its factory; a read of a save makes six new curves with their factories. Of those, the track
+// and its curves are born with count 0 and take a counted first reference.
+constexpr int kObjectsPerTrack = 14, kObjectsPerRead = 12, kFirstsPerTrack = 7, kFirstsPerRead = 6;
+constexpr unsigned kThreads = 4;
 
-constexpr int kIterations = 2000;
+// Takes every report of a stale index, and writes none.
+struct QuietLogger : IQMXLogger {
+    bool IsLevelEnabled(int) override { return true; }
+    void WriteLog(int, const wchar_t*, ...) override {}
+};
+
+double Seconds()
+{
+    const char* env = std::getenv("QMX_STRESS_SECONDS");
+    return env != nullptr && std::atof(env) > 0 ? std::atof(env) : 0.3;
+}
+
+// One thread's share: random operations on random tracks until `deadline`. Counts the reads of a save, and
+// the samples and keys that mix records.
+void Hammer(std::vector<Track>& tracks, unsigned seed, std::chrono::steady_clock::time_point deadline,
+            std::atomic<int>& reads, std::atomic<int>& torn)
+{
+    std::mt19937 random(seed);
+    IQMXProperties* bag = QMXCreateMemoryProperties();
+    bool saved = false;
+    while (std::chrono::steady_clock::now() < deadline) {
+        Track& t = tracks[random() % tracks.size()];
+        const double time = random() % 400 * 0.1;
+        int index = static_cast<int>(random() % 40) - 2, frame = 0;  // sometimes outside the track
+        KeyFrameParam p = Rec(time, static_cast<int>(random() % 2001) - 1000.0);  // exact offsets
+        switch (random() % 20) {
+        case 0: case 1: t->AddKeyFrame(p, index); break;
+        case 2: case 3: t->AddKeyFrame(p); break;
+        case 4: case 5: t->SetKeyFrame(index, p); break;
+        case 6: case 7: index < 0 ? t->CleanAllKeyFrame() : void(t->DeleteKeyFrame(index)); break;
+        case 8: case 9: t->ChangeKeyFramePosition(index, time); break;
+        case 10: case 11: case 12:  // linear samples keep the offsets up to rounding
+            torn += t->GetKeyFrame(time, p) && (p.dPosition != time || !IsWhole(p, 1e-6));
+            break;
+        case 13: case 14: torn += t->GetKeyFrame(index, p) && !IsWhole(p); break;
+        case 15:  // with a reference of its own, as a host that hands the track to another thread
+            t->AddRef(), t->GetKeyFrameIndex(time), t->InKeyFrameRange(time), t->HasKeyFrame(index % 8);
+            t->GetKeyFrameIndex(index, 5, frame), t->GetKeyFrameCount();
+            try { t->CaculateKeyFrameIndex(index, 25, frame); } catch (const std::out_of_range&) {}
+            t->Release();
+            break;
+        case 16: case 17: case 18: saved = t.store->WriteTo(bag) == S_OK; break;
+        default:  // a save of any track read into this one: six new curves
+            if (saved) t.store->ReadFrom(bag), ++reads;
+        }
+    }
+    bag->Release();
+}
+
+// Lockstep: the six saved curves have the times of the track's keys, each a whole record. Round trip: a
+// new track reading the save holds the same keys bit for bit. Makes a track, reads a save and makes a bag.
+void CheckLockstepAndRoundTrip(const Track& track)
+{
+    IQMXProperties* bag = QMXCreateMemoryProperties();
+    EXPECT_EQ(track.store->WriteTo(bag), S_OK);
+    const std::vector<double> times = SavedCurveTimes(bag, 0);
+    for (int key = 1; key < 6; ++key)
+        EXPECT_EQ(SavedCurveTimes(bag, key), times) << "curve " << key;
+    Track copy;
+    EXPECT_EQ(copy.store->ReadFrom(bag), S_OK);
+    const Keys keys = All(track.keys);
+    EXPECT_EQ(All(copy.keys), keys);
+    ASSERT_EQ(keys.size(), times.size());
+    for (int k = 0; k < static_cast<int>(keys.size()); ++k) {
+        KeyFrameParam p{};
+        EXPECT_TRUE(track->GetKeyFrame(k, p) && p.dPosition == times[k] && IsWhole(p)) << "key " << k;
+    }
+    EXPECT_EQ(bag->Release(), 0u);
+}
 
 }  // namespace
 
-TEST(TrackThreads, EditsSamplingAndSavingKeepCurvesInLockstep)
+TEST(TrackThreads, HammeredTracksStayInLockstepRoundTripAndBalanceReferences)
 {
-    IQMXKeyFrame* t = nullptr;
-    IQMXStorage* s = nullptr;
-    ASSERT_EQ(QMXCommon::GetInterface(CLSID_QMXKeyFrame, nullptr, 0, IID_IQMXKeyFrame,
-                                      reinterpret_cast<void**>(&t)), S_OK);
-    ASSERT_EQ(t->QueryInterface(IID_IQMXStorage, reinterpret_cast<void**>(&s)), S_OK);
-    IQMXLogger* previous = QMXSetDefaultLogger(nullptr);  // stale indexes are expected: no reports
-    std::vector<std::thread> threads;
-    for (int id = 0; id < 2; ++id)
-        threads.emplace_back([t, id] {  // editors, each at times of its own
-            // Every record holds v, v+1, ..., v+5 (angle, position X and Y, scale X and Y, opacity):
-            // interpolation keeps these offsets, so a sample mixing curves mid-edit would show.
-            for (int i = 0; i < kIterations; ++i) {
-                const double time = 100.0 * id + i % 20, v = i;
-                KeyFrameParam p = {time, v, v + 1, v + 2, v + 3, v + 4, v + 5};
-                int index = -1;
-                t->AddKeyFrame(p, index);
-                p.dPosition = time + 0.5;
-                t->SetKeyFrame(index, p);  // the index may be stale by now
-                t->ChangeKeyFramePosition(t->GetKeyFrameIndex(time + 0.5), time + 0.25);
-                if (i % 3 == 0)
-                    t->DeleteKeyFrame(t->GetKeyFrameIndex(100.0 * id + i * 7 % 20 + 0.25));
-            }
-        });
-    threads.emplace_back([t] {  // sampler
-        for (int i = 0; i < kIterations; ++i) {
-            KeyFrameParam p{};
-            const double at = i % 160 * 0.8;
-            if (t->GetKeyFrame(at, p)) {
-                EXPECT_EQ(p.dPosition, at);
-                EXPECT_NEAR(p.dOpacity - p.dAngle, 5.0, 1e-6) << at;
-                EXPECT_NEAR(p.dScaleY - p.dPositionX, 3.0, 1e-6) << at;
-            }
-            EXPECT_GE(t->GetKeyFrameCount(), 0);
-            t->InKeyFrameRange(at);
-            t->HasKeyFrame(i % 6);
+    for (int count : {1, 16}) {
+        SCOPED_TRACE(std::to_string(count) + " tracks");
+        QMXReferenceCounts before{}, after{};
+        QMXGetReferenceCounts(&before);
+        std::atomic<int> reads{0}, torn{0};
+        {
+            std::vector<Track> tracks(static_cast<size_t>(count));
+            QuietLogger quiet;
+            IQMXLogger* previous = QMXSetDefaultLogger(&quiet);
+            const auto deadline = std::chrono::steady_clock::now() +
+                                  std::chrono::microseconds(static_cast<long>(Seconds() * 1e6));
+            std::vector<std::thread> threads;
+            for (unsigned id = 1; id <= kThreads; ++id)
+                threads.emplace_back([&, id] { Hammer(tracks, id, deadline, reads, torn); });
+            for (std::thread& thread : threads)
+                thread.join();
+            QMXSetDefaultLogger(previous);
+            for (const Track& t : tracks)
+                CheckLockstepAndRoundTrip(t);
         }
-    });
-    threads.emplace_back([s] {  // saver
-        IQMXProperties* bag = QMXCreateMemoryProperties();
-        for (int i = 0; i < kIterations / 4; ++i)
-            EXPECT_EQ(s->WriteTo(bag), S_OK);
-        bag->Release();
-    });
-    for (std::thread& thread : threads)
-        thread.join();
-    QMXSetDefaultLogger(previous);
-
-    // Same key count and times on all six saved curves, matching the track's keys, each a whole record.
-    IQMXProperties* bag = QMXCreateMemoryProperties();
-    EXPECT_EQ(s->WriteTo(bag), S_OK);
-    const std::vector<double> times = SavedCurveTimes(bag, 0);
-    EXPECT_GT(times.size(), 0u);
-    ASSERT_EQ(static_cast<int>(times.size()), t->GetKeyFrameCount());
-    for (int key = 1; key < 6; ++key)
-        EXPECT_EQ(SavedCurveTimes(bag, key), times) << "curve " << key;
-    for (int i = 0; i < t->GetKeyFrameCount(); ++i) {
-        KeyFrameParam p{};
-        EXPECT_TRUE(t->GetKeyFrame(i, p));
-        EXPECT_EQ(p.dPosition, times[i]);
-        EXPECT_TRUE(p.dOpacity == p.dAngle + 5 && p.dScaleY == p.dPositionX + 3) << "key " << i;
+        EXPECT_EQ(torn.load(), 0) << "samples or keys mixing records";
+        // Every object made was destroyed once. Factories and bags are born holding their reference, so they
+        // count a last release without a first reference.
+        const int made = (2 * kObjectsPerTrack + kObjectsPerRead + 1) * count + kObjectsPerRead * reads + kThreads;
+        const int firsts = (2 * kFirstsPerTrack + kFirstsPerRead) * count + kFirstsPerRead * reads;
+        QMXGetReferenceCounts(&after);
+        EXPECT_EQ(after.lastReleases - before.lastReleases, made);
+        EXPECT_EQ(after.firstReferences - before.firstReferences, firsts);
+        EXPECT_EQ(after.decrements - before.decrements - after.increments + before.increments, made - firsts)
+            << "reference steps out of balance";
     }
-    EXPECT_EQ(bag->Release(), 0u);
-    EXPECT_EQ(s->Release(), 1u);
-    EXPECT_EQ(t->Release(), 0u);
 }
 
-// Several threads read one bare curve at once, each walking its own times in order (so each moves the
-// curve's shared search hint its own way) and one scrubbing at random: every value is what a lone reader
-// gets.
+// Several threads read one bare curve at once, three walking its times in order from different places (so
+// each moves the curve's shared search hint its own way) and one scrubbing at random: every value is what a
+// lone reader gets.
 TEST(CurveThreads, ConcurrentReadsOfOneCurveAgreeWithALoneReader)
 {
     core::Parameter curve(nullptr);
     curve.SetValueRange(core::ValAny(-1e9), core::ValAny(1e9));
     for (int i = 0; i < 3000; ++i)
         curve.AddPointWithoutIndex(i / 60.0, core::ValAny((i * 7919 % 1000) / 10.0), core::eKeyframeTypeSmooth);
-    std::vector<double> times;
+    std::vector<double> times, alone;
     for (int i = -10; i < 3010 * 4; ++i)
-        times.push_back(i / 240.0);
-    std::vector<double> alone;
-    for (double t : times)
-        alone.push_back(curve.GetValue(t, false).Get<double>());
+        times.push_back(i / 240.0), alone.push_back(curve.GetValue(times.back(), false).Get<double>());
     std::vector<int> mismatches(4, 0);
     std::vector<std::thread> readers;
-    for (int r = 0; r < 4; ++r)
+    for (size_t r = 0; r < 4; ++r)
         readers.emplace_back([&, r] {
             for (size_t n = 0; n < times.size(); ++n) {
-                const size_t i = r == 3 ? (n * 2654435761u) % times.size() : (n + r * times.size() / 3) % times.size();
-                if (curve.GetValue(times[i], false).Get<double>() != alone[i])
-                    ++mismatches[static_cast<size_t>(r)];
+                const size_t i = (r == 3 ? n * 2654435761u : n + r * times.size() / 3) % times.size();
+                mismatches[r] += curve.GetValue(times[i], false).Get<double>() != alone[i];
             }
         });
     for (std::thread& reader : readers)

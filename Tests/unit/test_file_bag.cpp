@@ -1,8 +1,7 @@
-// The file-backed bag: the document it writes, round trips, a track through a file, refused files, saves,
-// editors of one file.
+// The host runtime's property bags: entries kept exactly in memory and in a file, the document a file bag
+// writes, the values they hand out; refused files and saves, editors of one file, links, modes, owners.
 #include <gtest/gtest.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <chrono>
@@ -18,9 +17,6 @@
 #include <tuple>
 #include <vector>
 
-#include "IQMXKeyFrame.h"
-#include "QMXCommon.h"
-#include "QMXKeyFrameGuids.h"
 #include "QMXPropertyBag.h"
 
 namespace fs = std::filesystem;
@@ -33,32 +29,54 @@ struct TempDir {  // a new directory, removed with its contents
     std::string operator/(const std::string& name) const { return path + "/" + name; }
     std::set<fs::path> Names() const { return {fs::directory_iterator(path), fs::directory_iterator()}; }
 };
-std::string Bytes(const std::string& path)
+std::string Bytes(const std::string& path) { return {std::istreambuf_iterator<char>(std::ifstream(path).rdbuf()), {}}; }
+
+using Got = std::tuple<HRESULT, std::wstring, std::wstring, HRESULT, int>;  // GetProperty, then GetInt
+Got Get(IQMXProperties* bag, const std::wstring& name)  // on a value and a number that hold "t", "keep", 7
 {
-    return {std::istreambuf_iterator<char>(std::ifstream(path).rdbuf()), {}};
+    CQMXValue v;
+    v.m_strType = L"t", v.m_strValue = L"keep";
+    int n = 7;
+    const HRESULT hr = bag->GetProperty(name.c_str(), &v), hi = bag->GetInt(name.c_str(), &n);
+    return Got(hr, v.m_strType, v.m_strValue, hi, n);
 }
-using Entry = std::tuple<HRESULT, std::wstring, std::wstring>;  // GetProperty: result, type, text
 
 }  // namespace
 
-// Names and texts of any 32-bit units, integers at their limits: written sorted, one per line, UTF-8 kept
-// (units where not Unicode), read back exactly; opening writes nothing, saving again gives the same bytes.
-TEST(FileBag, KeepsEntriesExactlyThroughAFile)
+// Both bags count from 1 and keep names and texts of any 32-bit units (non-ASCII, outside the BMP, not
+// Unicode, empty, case kept) and integers at their limits exactly; storing replaces value and kind; a miss,
+// or GetInt on a text, is E_FAIL with the value untouched; QMXRemoveProperty removes. The file bag writes
+// its entries sorted, one per line, UTF-8 kept (units where not Unicode); opening writes nothing, and saving
+// again what was read gives the same bytes.
+TEST(Bags, KeepEntriesExactly)
 {
     TempDir dir;
     const std::string path = dir / "a.qmxbag";
-    IQMXProperties* bag = QMXOpenFileProperties(path.c_str(), 1, nullptr, 0);
-    ASSERT_NE(bag, nullptr);
-    EXPECT_TRUE(bag->AddRef() == 2 && bag->Release() == 1);
     const std::vector<std::tuple<std::wstring, std::wstring, std::wstring>> want = {
         {L"", L"string", L""}, {L"KeyFrameAngle", L"int", L"-2147483648"}, {L"s", L"string", L"5"},
         {L"bad\xD800", L"string", {L'a', wchar_t(0xDFFF), wchar_t(0x110000), wchar_t(-1)}},
-        {L"Ünïcødé €", L"string", L"\U0001F600 \"q\"\\\n\t"}, {L"\U0001D11E", L"int", L"2147483647"}};
-    EXPECT_TRUE(bag->SetString(L"KeyFrameAngle", L"x") == S_OK && bag->SetInt(L"s", 5) == S_OK);  // replaced
-    for (const auto& [n, type, v] : want)
-        EXPECT_EQ(type == L"int" ? bag->SetInt(n.c_str(), stoi(v)) : bag->SetString(n.c_str(), &v[0]), S_OK);
+        {L"Ünïcødé €", L"string", L"\U0001F600 \"q\"\\\n\t"}, {L"ünïcødé €", L"string", L"a\U0001D11Eb"},
+        {L"\U0001D11E", L"int", L"2147483647"}};
+    const auto check = [&](IQMXProperties* bag) {
+        for (const auto& [name, type, text] : want)
+            EXPECT_EQ(Get(bag, name), Got(S_OK, type, text, type == L"int" ? S_OK : E_FAIL,
+                                           type == L"int" ? std::stoi(text) : 7));
+        for (const wchar_t* missing : {L"Ünïcødé", L"\U0001D11F", L"bad", L"gone"})
+            EXPECT_EQ(Get(bag, missing), Got(E_FAIL, L"t", L"keep", E_FAIL, 7));
+    };
+    IQMXProperties* file = QMXOpenFileProperties(path.c_str(), 1, nullptr, 0);
+    for (IQMXProperties* bag : {QMXCreateMemoryProperties(), file}) {
+        EXPECT_TRUE(bag->AddRef() == 2 && bag->Release() == 1);
+        EXPECT_TRUE(bag->SetString(L"KeyFrameAngle", L"x") == S_OK && bag->SetInt(L"s", 5) == S_OK);  // replaced
+        EXPECT_TRUE(bag->SetInt(L"gone", 1) == S_OK && QMXRemoveProperty(bag, L"gone") == S_OK);
+        EXPECT_TRUE(QMXRemoveProperty(bag, L"gone") == E_FAIL && QMXRemoveProperty(bag, nullptr) == E_POINTER);
+        for (const auto& [n, type, v] : want)
+            EXPECT_EQ(type == L"int" ? bag->SetInt(n.c_str(), stoi(v)) : bag->SetString(n.c_str(), &v[0]), S_OK);
+        check(bag);
+        EXPECT_TRUE(bag == file || bag->Release() == 0);
+    }
     EXPECT_FALSE(fs::exists(path));
-    EXPECT_TRUE(QMXSaveFileProperties(bag, nullptr, 0) == S_OK && bag->Release() == 0);
+    EXPECT_TRUE(QMXSaveFileProperties(file, nullptr, 0) == S_OK && file->Release() == 0);
     const std::string text = Bytes(path);
     EXPECT_EQ(text, u8R"({
   "format": "qmxbag",
@@ -69,49 +87,55 @@ TEST(FileBag, KeepsEntriesExactlyThroughAFile)
     {"nameUnits": [98, 97, 100, 55296], "units": [97, 57343, 1114112, 4294967295]},
     {"name": "s", "string": "5"},
     {"name": "Ünïcødé €", "string": "😀 \"q\"\\\n\t"},
+    {"name": "ünïcødé €", "string": "a𝄞b"},
     {"name": "𝄞", "int": 2147483647}
   ]
 }
 )");
-    ASSERT_NE(bag = QMXOpenFileProperties(path.c_str(), 0, nullptr, 0), nullptr);
-    for (const auto& [name, type, value] : want) {
-        CQMXValue v;
-        const HRESULT hr = bag->GetProperty(name.c_str(), &v);
-        EXPECT_EQ(Entry(hr, v.m_strType, v.m_strValue), Entry(S_OK, type, value));
-    }
-    CQMXValue v;
-    EXPECT_TRUE(bag->GetProperty(L"bad", &v) == E_FAIL && Bytes(path) == text);
-    EXPECT_TRUE(QMXSaveFileProperties(bag, nullptr, 0) == S_OK && Bytes(path) == text && bag->Release() == 0);
-    EXPECT_EQ(dir.Names(), std::set<fs::path>{dir / "a.qmxbag"});
+    ASSERT_NE(file = QMXOpenFileProperties(path.c_str(), 0, nullptr, 0), nullptr);
+    check(file);
+    EXPECT_TRUE(QMXSaveFileProperties(file, nullptr, 0) == S_OK && Bytes(path) == text && file->Release() == 0);
+    EXPECT_EQ(dir.Names(), std::set<fs::path>{path});
 }
 
-// A track written to a file bag, saved and read back into a new track has the same keys, bit for bit.
-TEST(FileBag, TrackSurvivesAFile)
+// Counts references without ever destroying itself; `text` is its address as an interface-typed value has it.
+struct Counted : IUnknown {
+    int refs = 1;  // the reference a value built field by field hands back when it goes
+    wchar_t text[64];
+    Counted() { std::swprintf(text, 64, L"Interface:%p", static_cast<void*>(this)); }
+    HRESULT QueryInterface(const _GUID&, void** ppv) override { *ppv = nullptr; return E_NOINTERFACE; }
+    uint32_t AddRef() override { return static_cast<uint32_t>(++refs); }
+    uint32_t Release() override { return static_cast<uint32_t>(--refs); }
+};
+
+// An interface-typed value owns one reference: assignment and copying add one, destruction and reassignment
+// drop it; release ignores the type's case, referencing does not; equality by text only.
+TEST(BagValue, InterfaceReferences)
 {
-    TempDir dir;
-    IQMXKeyFrame *first = nullptr, *second = nullptr;
-    IQMXStorage *out = nullptr, *in = nullptr;
-    for (auto [track, store] : {std::pair(&first, &out), std::pair(&second, &in)}) {
-        ASSERT_EQ(QMXCommon::GetInterface(CLSID_QMXKeyFrame, nullptr, 0, IID_IQMXKeyFrame, (void**)track),
-                  S_OK);
-        ASSERT_EQ((*track)->QueryInterface(IID_IQMXStorage, (void**)store), S_OK);
+    const wchar_t* kType = L"CQMXPtr<IUnknown>";
+    // Sets type t and text s directly: no reference is taken, yet one is released when `v` goes if t matches.
+    const auto fill = [](CQMXValue& v, const wchar_t* t, const wchar_t* s) -> auto& {
+        return v.m_strType = t, v.m_strValue = s, v;
+    };
+    Counted a, b;
+    {
+        CQMXValue rawA, rawB, v, other;
+        const CQMXValue& self = (v = fill(rawA, kType, a.text));
+        v = self;
+        EXPECT_EQ(a.refs, 2);
+        EXPECT_TRUE([&] { const CQMXValue copy(v); return a.refs == 3 && copy == v; }());  // while it lives
+        v = fill(rawB, kType, b.text);
+        EXPECT_EQ(std::make_pair(a.refs, b.refs), std::make_pair(1, 2));
+        v = fill(other, L"int", L"5");
+        EXPECT_EQ(std::make_pair(a.refs, b.refs), std::make_pair(1, 1));
+        EXPECT_EQ(v.m_strType + L"=" + v.m_strValue, L"int=5");
+        EXPECT_TRUE(v == fill(other, L"string", L"5") && !(v == fill(other, L"int", a.text)));
+        v = fill(other, kType, L"5");  // no pointer in the text: nothing referenced or released
     }
-    for (int i = 0; i < 40; ++i) {
-        KeyFrameParam p{i * 0.04, i * 1.1, -i / 3.0, 7.0 * i, 1 + i % 7 * 0.125, 0.5, (i % 11) / 10.0};
-        ASSERT_TRUE(first->AddKeyFrame(p));
-    }
-    IQMXProperties* bag = QMXOpenFileProperties((dir / "t.qmxbag").c_str(), 1, nullptr, 0);
-    EXPECT_TRUE(out->WriteTo(bag) == S_OK && QMXSaveFileProperties(bag, nullptr, 0) == S_OK);
-    EXPECT_EQ(bag->Release(), 0u);
-    ASSERT_NE(bag = QMXOpenFileProperties((dir / "t.qmxbag").c_str(), 0, nullptr, 0), nullptr);
-    EXPECT_TRUE(in->ReadFrom(bag) == S_OK && bag->Release() == 0);
-    ASSERT_EQ(second->GetKeyFrameCount(), 40);
-    for (int i = 0; i < 40; ++i) {
-        KeyFrameParam a{}, b{};
-        EXPECT_TRUE(first->GetKeyFrame(i, a) && second->GetKeyFrame(i, b));
-        EXPECT_EQ(std::memcmp(&a, &b, sizeof a), 0) << i;
-    }
-    EXPECT_TRUE(in->Release() == 1 && second->Release() == 0 && out->Release() == 1 && first->Release() == 0);
+    EXPECT_EQ(std::make_pair(a.refs, b.refs), std::make_pair(0, 0));
+    a.refs = 2;
+    EXPECT_TRUE(([&] { CQMXValue lo, v; v = fill(lo, L"cqmxptr<iunknown>", a.text); return a.refs == 2; }()));
+    EXPECT_EQ(a.refs, 0);  // not referenced by the assignment, yet released by both values
 }
 
 // Damaged and foreign files are refused, with or without createIfMissing: null, "<path>: <what>", file kept.
@@ -159,7 +183,8 @@ TEST(FileBag, RefusesDamagedAndForeignFiles)
 }
 
 // A missing file is an error unless it may be created; none can be below a file or be a directory. Failed
-// saves give E_FAIL, "<path>: <reason>", leave no temporary file; other bags give E_POINTER. Errors are cut.
+// saves give E_FAIL, "<path>: <reason>", leave no temporary file; other bags give E_POINTER. Errors are cut
+// at a character's boundary.
 TEST(FileBag, MissingFilesAndFailedSaves)
 {
     TempDir dir;
@@ -200,59 +225,29 @@ TEST(FileBag, MissingFilesAndFailedSaves)
     }
     EXPECT_EQ(dir.Names(), (std::set<fs::path>{gone, dir / "d", dir / "file", dir / "locked"}));
     IQMXProperties* memory = QMXCreateMemoryProperties();
-    for (IQMXProperties* other : {memory, (IQMXProperties*)nullptr}) {
-        EXPECT_EQ(QMXSaveFileProperties(other, error, sizeof error), E_POINTER);
+    for (IQMXProperties* foreign : {memory, (IQMXProperties*)nullptr}) {
+        EXPECT_EQ(QMXSaveFileProperties(foreign, error, sizeof error), E_POINTER);
         EXPECT_STREQ(error, "not a file-backed property bag");
     }
+    int other = 0;  // a bag of another kind is never called
+    EXPECT_EQ(QMXRemoveProperty(reinterpret_cast<IQMXProperties*>(&other), L"a"), E_POINTER);
+    EXPECT_EQ(QMXRemoveProperty(nullptr, L"a"), E_POINTER);
     EXPECT_EQ(memory->Release(), 0u);
 }
 
-// One editor at a time, in this process or another: a second one is refused after its wait with
-// "<path> is being edited by another process" and gets the file once the first is gone.
+// One editor at a time: a second one is refused after its wait ("<path> is being edited by another
+// process") and gets the file once the first is gone. An editor that creates its file holds it from then
+// on, and keeps it across a save, which puts a new file in its place: a waiter that got the replaced file's
+// lock waits on for the new one and reads what was saved there.
 TEST(FileBag, OneEditorAtATime)
 {
     TempDir dir;
-    const std::string path = dir / "e.qmxbag";
-    IQMXProperties* bag = QMXOpenFileProperties(path.c_str(), 1, nullptr, 0);
-    ASSERT_TRUE(QMXSaveFileProperties(bag, nullptr, 0) == S_OK && bag->Release() == 0);
-    for (const bool otherProcess : {false, true}) {
-        int ready[2], done[2];
-        char error[200] = "", c = 0;
-        ASSERT_TRUE(pipe(ready) == 0 && pipe(done) == 0);
-        const pid_t child = otherProcess ? fork() : -1;
-        const auto edit = [&] {  // and keeps editing across a save
-            bag = QMXEditFileProperties(path.c_str(), 0, 0, nullptr, 0);
-            return bag != nullptr && QMXSaveFileProperties(bag, nullptr, 0) == S_OK;
-        };
-        if (child == 0) {  // holds the lock until told to go (or the test is gone)
-            close(done[1]);
-            c = edit() ? 'y' : 'n';
-            _exit(write(ready[1], &c, 1) == 1 && read(done[0], &c, 1) == 1 ? 0 : 1);
-        }
-        ASSERT_TRUE(otherProcess ? read(ready[0], &c, 1) == 1 && c == 'y' : edit());
-        EXPECT_EQ(QMXEditFileProperties(path.c_str(), 0, 50, error, sizeof error), nullptr);
-        EXPECT_EQ(error, path + " is being edited by another process");
-        int status = 0;
-        if (otherProcess)
-            EXPECT_TRUE(write(done[1], "x", 1) == 1 && waitpid(child, &status, 0) == child && status == 0);
-        else
-            EXPECT_EQ(bag->Release(), 0u);
-        ASSERT_NE(bag = QMXEditFileProperties(path.c_str(), 0, 5000, error, sizeof error), nullptr) << error;
-        EXPECT_EQ(bag->Release(), 0u);
-        for (int fd : {ready[0], ready[1], done[0], done[1]})
-            close(fd);
-    }
-}
-
-// An editor that creates its file holds it from then on, and keeps it across a save, which puts a new
-// file in its place: a waiter that got the replaced file's lock waits on for the new one and reads what
-// was saved there.
-TEST(FileBag, WaiterReadsTheHoldersSave)
-{
-    TempDir dir;
     const std::string path = dir / "w.qmxbag";
+    char error[200] = "";
     IQMXProperties *holder = QMXEditFileProperties(path.c_str(), 1, 0, nullptr, 0), *waiter = nullptr;
     ASSERT_EQ(QMXSaveFileProperties(holder, nullptr, 0), S_OK);
+    EXPECT_EQ(QMXEditFileProperties(path.c_str(), 0, 50, error, sizeof error), nullptr);
+    EXPECT_EQ(error, path + " is being edited by another process");
     std::thread wait([&] { waiter = QMXEditFileProperties(path.c_str(), 0, 20000, nullptr, 0); });
     std::this_thread::sleep_for(std::chrono::milliseconds(50));  // the waiter has opened the first file
     EXPECT_TRUE(holder->SetInt(L"n", 2) == S_OK && QMXSaveFileProperties(holder, nullptr, 0) == S_OK);
@@ -318,8 +313,7 @@ TEST(FileBag, SavesKeepLinksModeAndOwner)
                    : QMXOpenFileProperties(link.c_str(), 0, nullptr, 0);
         ASSERT_NE(bag, nullptr);
         for (int save : {1, 2})  // the second replaces the file the first wrote
-            EXPECT_TRUE(bag->SetInt(L"k", edit * 10 + save) == S_OK &&
-                        QMXSaveFileProperties(bag, nullptr, 0) == S_OK);
+            EXPECT_TRUE(bag->SetInt(L"k", edit * 10 + save) == S_OK && QMXSaveFileProperties(bag, nullptr, 0) == S_OK);
         EXPECT_EQ(bag->Release(), 0u);
         struct stat info {};
         EXPECT_TRUE(stat(target.c_str(), &info) == 0 && (info.st_mode & 07777) == 0640);
@@ -328,22 +322,4 @@ TEST(FileBag, SavesKeepLinksModeAndOwner)
     }
     EXPECT_TRUE(fs::is_symlink(dir / "l1") && fs::is_symlink(link));
     EXPECT_EQ(dir.Names(), (std::set<fs::path>{dir / "l1", dir / "sub", target, live}));
-}
-
-// QMXRemoveProperty removes entries from either bag of this runtime: E_FAIL for a missing one, E_POINTER
-// for a null argument or a bag of another kind (never called).
-TEST(FileBag, RemovesEntriesFromTheRuntimesBags)
-{
-    TempDir dir;
-    const std::string path = dir / "m";
-    for (IQMXProperties* bag : {QMXCreateMemoryProperties(), QMXOpenFileProperties(path.c_str(), 1, 0, 0)}) {
-        CQMXValue v;
-        EXPECT_TRUE(bag->SetInt(L"a", 1) == S_OK && bag->SetString(L"b", L"x") == S_OK);
-        EXPECT_TRUE(QMXRemoveProperty(bag, L"a") == S_OK && QMXRemoveProperty(bag, L"a") == E_FAIL);
-        EXPECT_TRUE(bag->GetProperty(L"a", &v) == E_FAIL && bag->GetProperty(L"b", &v) == S_OK);
-        EXPECT_TRUE(QMXRemoveProperty(bag, nullptr) == E_POINTER && bag->Release() == 0);
-    }
-    int other = 0;
-    EXPECT_EQ(QMXRemoveProperty(reinterpret_cast<IQMXProperties*>(&other), L"a"), E_POINTER);
-    EXPECT_EQ(QMXRemoveProperty(nullptr, L"a"), E_POINTER);
 }

@@ -6,16 +6,14 @@
 #include <cstdlib>
 #include <cstring>
 #include <string>
-#include <thread>
-#include <vector>
 
 #include "QMXCommon.h"
 #include "QMXLogger.h"
 
 using namespace QMXCommon;
 
-// The standard identifiers byte for byte; no class is served by id yet. Counts return the new value;
-// concurrent increments and decrements balance out.
+// The standard identifiers byte for byte; no class is served by id yet. Counts return the new value (the
+// concurrency tests share counts between threads).
 TEST(HostTest, IdentifiersGetInterfaceAndCounts)
 {
     uint8_t bytes[16] = {0, 0, 0, 0, 0, 0, 0, 0, 0xC0, 0, 0, 0, 0, 0, 0, 0x46};
@@ -26,15 +24,7 @@ TEST(HostTest, IdentifiersGetInterfaceAndCounts)
     EXPECT_EQ(GetInterface(IID_IClassFactory, nullptr, 0, IID_IUnknown, &p), HRESULT(0x80040111u));
     EXPECT_EQ(p, nullptr);
     volatile int32_t n = -1;
-    EXPECT_EQ(InterlockedIncrement(&n), 0);
-    EXPECT_EQ(InterlockedDecrement(&n), -1);
-    std::vector<std::thread> threads;
-    for (int t = 0; t < 4; ++t)
-        threads.emplace_back([&n, t] {
-            for (int i = 0; i < 20000; ++i) t % 2 ? InterlockedDecrement(&n) : InterlockedIncrement(&n);
-        });
-    for (std::thread& t : threads) t.join();
-    EXPECT_EQ(n, -1);
+    EXPECT_TRUE(InterlockedIncrement(&n) == 0 && InterlockedDecrement(&n) == -1 && n == -1);
 }
 
 // Setting a logger swaps it in and returns the old one, null removes it; the default logger writes
@@ -67,14 +57,10 @@ TEST(ConvertTest, RoundTripsInvalidInputArgumentsAndTruncation)
     const char full[] = "\xC3\x84\xE2\x82\xAC\xF0\x9F\x98\x80";  // 2-, 3- and 4-byte forms
     wchar_t wide[200];
     char back[200], narrow[8] = "keep";
-    ASSERT_EQ(Char2WChar(ascii, wide, 200), 10);
-    EXPECT_EQ(std::wstring(wide), L"\x01 09AZaz~\x7F");
-    EXPECT_EQ(WChar2Char(wide, back, 200), 10);
-    EXPECT_STREQ(back, ascii);
-    EXPECT_EQ(Char2WChar(full, wide, 200), 3);
-    EXPECT_STREQ(wide, L"Ä€😀");
-    EXPECT_EQ(Char2WChar("a\xFFz", wide, 8), 3);
-    EXPECT_STREQ(wide, L"a\xFFFDz");
+    EXPECT_TRUE(Char2WChar(ascii, wide, 200) == 10 && std::wstring(wide) == L"\x01 09AZaz~\x7F");
+    EXPECT_TRUE(WChar2Char(wide, back, 200) == 10 && std::string(back) == ascii);
+    EXPECT_TRUE(Char2WChar(full, wide, 200) == 3 && std::wstring(wide) == L"Ä€😀");
+    EXPECT_TRUE(Char2WChar("a\xFFz", wide, 8) == 3 && std::wstring(wide) == L"a\xFFFDz");
     const std::pair<int, int> kBad(-1, -1);
     for (int len : {0, -3})
         EXPECT_EQ(std::make_pair(Char2WChar("a", wide, len), WChar2Char(L"a", narrow, len)), kBad) << len;
@@ -90,8 +76,7 @@ TEST(ConvertTest, RoundTripsInvalidInputArgumentsAndTruncation)
         EXPECT_EQ(std::string(buf + len, 16 - len), std::string(16 - len, 0x7F)) << "len " << len;
     }
     wchar_t wbuf[3] = {L'#', L'#', L'#'};
-    EXPECT_EQ(Char2WChar("abc", wbuf, 2), 1);
-    EXPECT_EQ(std::wstring(wbuf, 3), std::wstring(L"a\0#", 3));
+    EXPECT_TRUE(Char2WChar("abc", wbuf, 2) == 1 && std::wstring(wbuf, 3) == std::wstring(L"a\0#", 3));
 }
 
 // A frame's exact position converts back to the same frame, at every rate (rate <= 0 counts as 1);
