@@ -14,6 +14,7 @@
 #include <tuple>
 #include <vector>
 
+#include "QMXKeyFrameGuids.h"
 #include "keyframe_process.h"
 
 namespace {
@@ -55,6 +56,10 @@ void ExpectTangents(const Parameter& p, const Tans& want)
     }
 }
 
+// The text, and so Load, names kinds and types by these numbers.
+static_assert(kConst == 0 && kLin == 1 && eKeyframeTypeSmoothClamped == 2 && kSmooth == 3 && eKeyframeTypeSpline == 4 &&
+              eKeyframeTypeFlat == 5 && kFree == 6 && kNone == 7 && eParameterTypeDouble == 0 &&
+              eParameterTypeInt == 1 && eParameterTypeBool == 2 && eParameterTypeString == 3);
 const char* const kJ3 = "[[0,0,1,9,9],[1,1,1,9,9],[2,3,1,9,9]]";
 const char* const kRefreshCheck =
     "Fatal check failed: \\(key != timeValueSets\\.end\\(\\) && "
@@ -64,7 +69,7 @@ const char* const kRefreshCheck =
 }  // namespace
 
 // An empty curve evaluates to int 0 for every type; its neighbour queries find
-// nothing and leave the caller's record alone.
+// nothing and leave the caller's record alone. Its interface query checks the out pointer.
 TEST(CurveEval, EmptyCurve)
 {
     for (int type : {0, 1, 2, 3, 7}) {
@@ -78,6 +83,8 @@ TEST(CurveEval, EmptyCurve)
         }
         EXPECT_EQ(std::make_pair(rec.GetTime(), rec.GetValue().Get<int>()), std::make_pair(4.0, 9));
     }
+    // (Queries, counts and aggregation of the curve's interfaces: the module tests and the tool's check.)
+    EXPECT_EQ(Parameter(nullptr).NonDelegatingQueryInterface(IID_IQMXKeyFrameKV, nullptr), E_POINTER);
 }
 
 // One key at 0 with value 0 and slope s gives the line s*t; it is clamped (types 0 and 1 only,
@@ -204,8 +211,10 @@ TEST(CurveEditTest, TangentsAfterEdits)
     using P = Parameter;
     struct Row { const char* nodes; void (*edit)(P&); Tans want; };
     const std::vector<Row> rows = {
-        // end keys: the missing side is 0; the end keys count as linear neighbours (chords 1 and 0.5)
-        {"[[0,0,1,9,9],[3,2,1,9,9]]", [](P& p) { p.AddPoint(1, 1.0, kLin); }, {{0, 1}, {1, 0.5}, {0.5, 0}}},
+        // flat end keys count as linear neighbours: chords 1 and 3
+        {"[[0,0,5,9,9],[2,4,5,9,9]]", [](P& p) { p.AddPoint(1, 1.0, kLin); }, {{0, 0}, {1, 3}, {0, 0}}},
+        // a key moved onto another key's time replaces it
+        {"[[0,1,1,9,9],[10,2,1,9,9],[20,3,1,9,9]]", [](P& p) { p.SetPointTime(0, 20); }, {{0, -0.1}, {-0.1, 0}}},
         // the second edit uses key1's old slope for key2; key0, two away, keeps 7/6
         {"[[0,0,1,9,9],[1,1,1,9,9],[3,2,1,9,9]]", [](P& p) { p.SetPointInterpolationType(1, kSmooth);
             p.SetPointValue(2, 5.0); }, {{0, 7.0 / 6}, {5.0 / 3, 5.0 / 3}, {8.0 / 3, 0}}},
