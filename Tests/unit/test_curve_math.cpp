@@ -131,8 +131,9 @@ TEST(AutoTangentTest, LoneFreeAndUnknownKindsGiveZero)
 {
     for (int k : {0, 1, 2, 3, 4, 5, 6, 7, 8, 42}) {
         EXPECT_EQ(Derivs(N, static_cast<K>(k), N, J, JV, 2, 5.0, -J, 7.0, 9, 9), D(0, 0)) << k;
-        if (k == kFree || k > N)
+        if (k == kFree || k > N) {
             EXPECT_EQ(Derivs(L, static_cast<K>(k), L, 0, 0.0, 1, 2.0, 3, 5.0, 1, 1), D(0, 0)) << k;
+        }
     }
 }
 

@@ -84,8 +84,9 @@ TEST(KeyStore, MatchesAnOrderedMapThroughGrowthAndShrinking)
                     reference.emplace(t, tag);
                 }
             }
-            if (step % 3000 == 2999 || step == mix.steps - 1)
+            if (step % 3000 == 2999 || step == mix.steps - 1) {
                 ASSERT_NO_FATAL_FAILURE(ExpectSame(store, reference)) << "step " << step;
+            }
         }
         const KeyStore copy(store);
         KeyStore assigned;
