@@ -34,9 +34,9 @@ D Derivs(K prev, K kind, K next, double tP, ValAny vP, double tC, ValAny vC, dou
 }  // namespace
 
 // integrate(tcur, vcur, dRight, dLeft, tnext, vnext, time1, time2, interp, interpNext): exact areas.
-// interpolate (same first six, then time, interp, interpNext) at spans the curve never passes: a
-// missing neighbour's slope is scaled by the given span, even a zero one.
-TEST(InterpSegment, AreasAndSpansBeyondTheKeys)
+// interpolate (same first six, then time, interp, interpNext): the Hermite segment in exact values, and
+// spans the curve never passes: a missing neighbour's slope is scaled by the given span, even a zero one.
+TEST(InterpSegment, ValuesAndAreas)
 {
     const struct { double tc, vc, dr, dl, tn, vn, t1, t2; K a, b; double want; } cases[] = {
         {0, 1, 2, 2, 4, 9, 2, 2, L, L, 0},       {1, 2.5, 9, 9, 5, 7, 1, 5, C, L, 10},  // empty; constant
@@ -52,7 +52,9 @@ TEST(InterpSegment, AreasAndSpansBeyondTheKeys)
         // before the first key: vnext + dLeft*D*(t-tnext); no neighbours: the line through the only key
         {3, 0, 0, 2, 5, 3, 2, N, L, -9}, {4, 0, 0, 2, 5, 3, 7, N, N, 7},
         // constant holds vcur on a zero-length segment too
-        {1, 7, 9, 9, 1, 5, 50, C, L, 7}};
+        {1, 7, 9, 9, 1, 5, 50, C, L, 7},
+        // inside a segment of span 2, slopes 1 and 3 (m0 = 2, m1 = 6): 2s - 7s^2 + 6s^3 at s = 1/4, 1/2, 1
+        {0, 0, 1, 3, 2, 1, 0.5, S, S, 0.15625}, {0, 0, 1, 3, 2, 1, 1, S, S, 0}, {0, 0, 1, 3, 2, 1, 2, S, S, 1}};
     for (const auto& k : spans)
         EXPECT_EQ(interpolate(k.tc, k.vc, k.dr, k.dl, k.tn, k.vn, k.t, k.a, k.b), k.want) << &k - spans;
 }
