@@ -25,12 +25,7 @@ struct Fake : IUnknown {
     char name;
     std::string* log;
     Fake(char n, std::string* l) : name(n), log(l) {}
-    HRESULT QueryInterface(const _GUID&, void** ppv) override
-    {
-        *log += '?';
-        *ppv = nullptr;
-        return E_NOINTERFACE;
-    }
+    HRESULT QueryInterface(const _GUID&, void** ppv) override { *log += '?'; *ppv = nullptr; return E_NOINTERFACE; }
     uint32_t AddRef() override { *log += {name, '+'}; return 1; }
     uint32_t Release() override { *log += {name, '-'}; return 1; }
 };
@@ -38,16 +33,16 @@ struct Fake : IUnknown {
 }  // namespace
 
 // Creation with count 0 and the object's own face as owner; AddRef reports at least 1 on an
-// over-released count; Release has no floor and destroys only at 0. (Counts through queries
-// are followed on the curve, which uses this base unchanged.)
-TEST(UnknownTest, CreationFloorAndDestruction)
+// over-released count; Release has no floor and destroys only at 0. GetInterface hands out one
+// reference; IsEqualObject compares IUnknowns (a failed query: not equal) and releases what its queries took.
+// (Counts through the served classes' queries and aggregation: the module tests.)
+TEST(ObjectModelTest, CountsGetInterfaceAndIsEqualObject)
 {
     Bare::destroyed = 0;
     Bare* obj = new Bare;
     EXPECT_EQ(std::make_pair(obj->GetOwner(), obj->Count()), std::make_pair(obj->Unknown(), 0));
     obj->SetCount(-1);
     EXPECT_EQ(obj->NonDelegatingAddRef(), 1u);
-    EXPECT_EQ(obj->Count(), 0);
     EXPECT_EQ(obj->NonDelegatingRelease(), 0xFFFFFFFFu);
     obj->SetCount(1);
     EXPECT_EQ(obj->NonDelegatingAddRef(), 2u);
@@ -56,25 +51,18 @@ TEST(UnknownTest, CreationFloorAndDestruction)
     EXPECT_EQ(Bare::destroyed, 0);
     EXPECT_EQ(obj->NonDelegatingRelease(), 0u);
     EXPECT_EQ(Bare::destroyed, 1);
-}
-
-// GetInterface hands out one reference; IsEqualObject compares IUnknowns (a failed query: not equal)
-// and releases every reference its queries took.
-TEST(ObjectModelTest, GetInterfaceAndIsEqualObject)
-{
     std::string log;
     Fake failing('f', &log);
     void* p = nullptr;
     EXPECT_EQ(scombase::GetInterface(&failing, nullptr), E_POINTER);
-    EXPECT_EQ(scombase::GetInterface(&failing, &p), S_OK);
-    EXPECT_EQ(p, &failing);
+    EXPECT_TRUE(scombase::GetInterface(&failing, &p) == S_OK && p == &failing);
     EXPECT_TRUE(scombase::IsEqualObject(&failing, &failing));  // same pointer: no query
     EXPECT_EQ(log, "f+");
-    Bare a, b;  // (a curve's two faces compare equal: see the curve component tests)
+    Bare a, b;
     for (Bare* x : {&a, &b}) x->NonDelegatingAddRef();
+    EXPECT_TRUE(scombase::IsEqualObject(a.Unknown(), a.Unknown()));
     EXPECT_FALSE(scombase::IsEqualObject(a.Unknown(), b.Unknown()));
-    EXPECT_FALSE(scombase::IsEqualObject(&failing, a.Unknown()));
-    EXPECT_FALSE(scombase::IsEqualObject(a.Unknown(), &failing));
+    EXPECT_FALSE(scombase::IsEqualObject(&failing, a.Unknown()) || scombase::IsEqualObject(a.Unknown(), &failing));
     EXPECT_EQ(a.Count(), 1);
 }
 
