@@ -28,6 +28,10 @@ struct TempDir {  // a new directory, removed with its contents
     std::set<fs::path> Names() const { return {fs::directory_iterator(path), fs::directory_iterator()}; }
 };
 std::string Bytes(const std::string& path) { return {std::istreambuf_iterator<char>(std::ifstream(path).rdbuf()), {}}; }
+struct FileBag : testing::Test {  // a scratch directory and a file name in it
+    TempDir dir;
+    const std::string path = dir / "f.qmxbag";
+};
 
 using Got = std::tuple<HRESULT, std::wstring, std::wstring, HRESULT, int>;  // GetProperty, then GetInt
 Got Get(IQMXProperties* bag, const std::wstring& name)  // on a value and a number that hold "t", "keep", 7
@@ -46,10 +50,8 @@ Got Get(IQMXProperties* bag, const std::wstring& name)  // on a value and a numb
 // or GetInt on a text, is E_FAIL with the value untouched; QMXRemoveProperty removes. The file bag writes
 // its entries sorted, one per line, UTF-8 kept (units where not Unicode); opening writes nothing, and saving
 // again what was read gives the same bytes.
-TEST(Bags, KeepEntriesExactly)
+TEST_F(FileBag, KeepsEntriesExactlyAsTheMemoryBagDoes)
 {
-    TempDir dir;
-    const std::string path = dir / "a.qmxbag";
     const std::vector<std::tuple<std::wstring, std::wstring, std::wstring>> want = {
         {L"", L"string", L""}, {L"KeyFrameAngle", L"int", L"-2147483648"}, {L"s", L"string", L"5"},
         {L"bad\xD800", L"string", {L'a', wchar_t(0xDFFF), wchar_t(0x110000), wchar_t(-1)}},
@@ -138,10 +140,9 @@ TEST(BagValue, InterfaceReferences)
 
 // Damaged and foreign files are refused, with or without createIfMissing: null and "<path>: <what>". (The
 // file kept as it was: the tool's tests.)
-TEST(FileBag, RefusesDamagedAndForeignFiles)
+TEST_F(FileBag, RefusesDamagedAndForeignFiles)
 {
-    TempDir dir;
-    const std::string path = dir / "x.qmxbag", h = R"({"format": "qmxbag", "version": 1, "entries": [)";
+    const std::string h = R"({"format": "qmxbag", "version": 1, "entries": [)";
     const auto e = [&](const std::string& entries) { return h + entries + "]}"; };
     const std::pair<std::string, const char*> rows[] = {
         {"", "line 1, column 1: Syntax error"}, {h + "\n{\"name\": \"a\", \"int\": 1}\n", "line 3, column 1"},
@@ -180,38 +181,41 @@ TEST(FileBag, RefusesDamagedAndForeignFiles)
     }
 }
 
-// A missing file is an error unless it may be created; none can be below a file or be a directory. Failed
-// saves give E_FAIL, "<path>: <reason>", leave no temporary file; other bags give E_POINTER. Errors are cut
-// at a character's boundary.
-TEST(FileBag, MissingFilesAndFailedSaves)
+// A missing file is an error unless it may be created; none can be below a file or be a directory. An editor
+// that creates its file holds the file's edit lock from that save on. Failed saves give E_FAIL, "<path>:
+// <reason>", leave no temporary file; other bags give E_POINTER. Errors are cut at a character's boundary.
+// (Editors of an existing file, waiting and taking turns: the tool's concurrent writers.)
+TEST_F(FileBag, MissingFilesAndFailedSaves)
 {
-    TempDir dir;
     char error[200];
     std::ofstream(dir / "file") << "";
     const std::string gone = dir / "é.qmxbag", noEntry = gone + ": " + std::strerror(ENOENT);
     const std::pair<std::string, std::string> refused[] = {
         {gone, noEntry}, {dir / "file/x", dir / "file/x: " + strerror(ENOTDIR)},
         {dir.path, dir.path + ": " + strerror(EISDIR)}};
-    for (const auto& [path, message] : refused) {
-        EXPECT_EQ(QMXOpenFileProperties(path.c_str(), path != gone, error, sizeof error), nullptr);
+    for (const auto& [file, message] : refused) {
+        EXPECT_EQ(QMXOpenFileProperties(file.c_str(), file != gone, error, sizeof error), nullptr);
         EXPECT_EQ(error, message);
     }
     const int cut = int(noEntry.find("é")) + 2;  // room for the path up to the first byte of "é"
     EXPECT_TRUE(!QMXOpenFileProperties(gone.c_str(), 0, error, cut) && error == noEntry.substr(0, cut - 2));
     EXPECT_TRUE(!QMXOpenFileProperties(gone.c_str(), 0, error, 1) && !*error);
     EXPECT_EQ(QMXOpenFileProperties(gone.c_str(), 0, nullptr, 9), nullptr);
-    IQMXProperties* bag = QMXOpenFileProperties(gone.c_str(), 1, nullptr, 0);  // an empty bag, saved and read
-    EXPECT_TRUE(QMXSaveFileProperties(bag, nullptr, 0) == S_OK && bag->Release() == 0);
+    IQMXProperties* bag = QMXEditFileProperties(gone.c_str(), 1, 0, nullptr, 0);  // an empty bag, saved and read
+    EXPECT_EQ(QMXSaveFileProperties(bag, nullptr, 0), S_OK);
+    EXPECT_EQ(QMXEditFileProperties(gone.c_str(), 0, 50, error, sizeof error), nullptr);
+    EXPECT_EQ(error, gone + " is being edited by another process");
+    EXPECT_EQ(bag->Release(), 0u);
     EXPECT_EQ(Bytes(gone), "{\n  \"format\": \"qmxbag\",\n  \"version\": 1,\n  \"entries\": []\n}\n");
     ASSERT_NE(bag = QMXOpenFileProperties(gone.c_str(), 0, nullptr, 0), nullptr);
     EXPECT_TRUE(bag->GetProperty(L"", nullptr) == E_POINTER && bag->Release() == 0);
-    for (const auto& [path, code] : {std::pair(dir / "no/x", ENOENT), std::pair(dir / "d", EEXIST)}) {
-        bag = QMXOpenFileProperties(path.c_str(), 1, error, sizeof error);
+    for (const auto& [file, code] : {std::pair(dir / "no/x", ENOENT), std::pair(dir / "d", EEXIST)}) {
+        bag = QMXOpenFileProperties(file.c_str(), 1, error, sizeof error);
         ASSERT_NE(bag, nullptr) << error;
         if (code == EEXIST)
-            fs::create_directory(path);  // after opening: the save creates nothing in its place
+            fs::create_directory(file);  // after opening: the save creates nothing in its place
         EXPECT_EQ(QMXSaveFileProperties(bag, error, sizeof error), E_FAIL);
-        EXPECT_EQ(error, path + ": " + (code == EEXIST ? "already exists" : strerror(code)));
+        EXPECT_EQ(error, file + ": " + (code == EEXIST ? "already exists" : strerror(code)));
         EXPECT_EQ(bag->Release(), 0u);
     }
     EXPECT_EQ(dir.Names(), (std::set<fs::path>{gone, dir / "d", dir / "file"}));
@@ -220,32 +224,16 @@ TEST(FileBag, MissingFilesAndFailedSaves)
         EXPECT_EQ(QMXSaveFileProperties(foreign, error, sizeof error), E_POINTER);
         EXPECT_STREQ(error, "not a file-backed property bag");
     }
-    int other = 0;  // a bag of another kind is never called
+    int other = 0;  // a bag of another kind (or none) is never called
     EXPECT_EQ(QMXRemoveProperty(reinterpret_cast<IQMXProperties*>(&other), L"a"), E_POINTER);
-    EXPECT_EQ(QMXRemoveProperty(nullptr, L"a"), E_POINTER);
     EXPECT_EQ(memory->Release(), 0u);
-}
-
-// An editor that creates its file holds the file's edit lock from that save on: a second editor is refused
-// after its wait. (Editors of an existing file, waiting and taking turns: the tool's concurrent writers.)
-TEST(FileBag, AnEditorThatCreatesItsFileHoldsIt)
-{
-    TempDir dir;
-    const std::string path = dir / "w.qmxbag";
-    char error[200] = "";
-    IQMXProperties* holder = QMXEditFileProperties(path.c_str(), 1, 0, nullptr, 0);
-    ASSERT_EQ(QMXSaveFileProperties(holder, nullptr, 0), S_OK);
-    EXPECT_EQ(QMXEditFileProperties(path.c_str(), 0, 50, error, sizeof error), nullptr);
-    EXPECT_EQ(error, path + " is being edited by another process");
-    EXPECT_EQ(holder->Release(), 0u);
 }
 
 // A save that would lose someone else's work, or write a read-only file, is refused with one line and
 // leaves the file byte for byte and no temporary file; a read-only file is not opened for editing.
-TEST(FileBag, RefusesSavesThatWouldLoseWork)
+TEST_F(FileBag, RefusesSavesThatWouldLoseWork)
 {
-    TempDir dir;
-    const std::string path = dir / "r.qmxbag", readOnly = " is read-only",
+    const std::string readOnly = " is read-only",
                       changed = " was changed by another process since it was opened";
     const auto put = [](const std::string& file) {
         std::ofstream(file) << R"({"format": "qmxbag", "version": 1, "entries": []})";
@@ -275,25 +263,24 @@ TEST(FileBag, RefusesSavesThatWouldLoseWork)
 // Saves through a chain of relative symbolic links replace the file at its end and keep the links and (for a
 // privileged user) the file's owner, and remove temporary files of killed saves only. (The file's mode, a
 // link beside its file and one bag's saves in turn: the tool's tests.)
-TEST(FileBag, SavesKeepLinksAndOwner)
+TEST_F(FileBag, SavesKeepLinksAndOwner)
 {
-    TempDir dir;
-    const std::string target = dir / "t.qmxbag", link = dir / "sub/l2", live = target + ".tmp-1-0";
-    IQMXProperties* bag = QMXOpenFileProperties(target.c_str(), 1, nullptr, 0);
+    const std::string link = dir / "sub/l2", live = path + ".tmp-1-0";
+    IQMXProperties* bag = QMXOpenFileProperties(path.c_str(), 1, nullptr, 0);
     ASSERT_TRUE(QMXSaveFileProperties(bag, nullptr, 0) == S_OK && bag->Release() == 0);
     fs::create_directory(dir / "sub");
-    fs::create_symlink("t.qmxbag", dir / "l1");
+    fs::create_symlink("f.qmxbag", dir / "l1");
     fs::create_symlink("../l1", link);
     const bool root = geteuid() == 0;
-    EXPECT_EQ(root ? chown(target.c_str(), 4321, 4321) : 0, 0);
-    for (const std::string& stale : {live, target + ".tmp-" + std::to_string(INT_MAX) + "-0"})
+    EXPECT_EQ(root ? chown(path.c_str(), 4321, 4321) : 0, 0);
+    for (const std::string& stale : {live, path + ".tmp-" + std::to_string(INT_MAX) + "-0"})
         std::ofstream(stale) << "";  // process 1 lives; INT_MAX is past every process id
     ASSERT_NE(bag = QMXOpenFileProperties(link.c_str(), 0, nullptr, 0), nullptr);
     EXPECT_TRUE(bag->SetInt(L"k", 2) == S_OK && QMXSaveFileProperties(bag, nullptr, 0) == S_OK);
     EXPECT_EQ(bag->Release(), 0u);
     struct stat info {};
-    EXPECT_TRUE(stat(target.c_str(), &info) == 0 && (!root || (info.st_uid == 4321 && info.st_gid == 4321)));
-    EXPECT_NE(Bytes(target).find("\"int\": 2"), std::string::npos);
+    EXPECT_TRUE(stat(path.c_str(), &info) == 0 && (!root || (info.st_uid == 4321 && info.st_gid == 4321)));
+    EXPECT_NE(Bytes(path).find("\"int\": 2"), std::string::npos);
     EXPECT_TRUE(fs::is_symlink(dir / "l1") && fs::is_symlink(link));
-    EXPECT_EQ(dir.Names(), (std::set<fs::path>{dir / "l1", dir / "sub", target, live}));
+    EXPECT_EQ(dir.Names(), (std::set<fs::path>{dir / "l1", dir / "sub", path, live}));
 }
