@@ -45,12 +45,13 @@ Got Get(IQMXProperties* bag, const std::wstring& name)  // on a value and a numb
 
 }  // namespace
 
-// Both bags count from 1 and keep names and texts of any 32-bit units (non-ASCII, outside the BMP, not
+// A file bag counts from 1 and keeps names and texts of any 32-bit units (non-ASCII, outside the BMP, not
 // Unicode, empty, case kept) and integers at their limits exactly; storing replaces value and kind; a miss,
-// or GetInt on a text, is E_FAIL with the value untouched; QMXRemoveProperty removes. The file bag writes
-// its entries sorted, one per line, UTF-8 kept (units where not Unicode); opening writes nothing, and saving
-// again what was read gives the same bytes.
-TEST_F(FileBag, KeepsEntriesExactlyAsTheMemoryBagDoes)
+// or GetInt on a text, is E_FAIL with the value untouched; QMXRemoveProperty removes. It writes its entries
+// sorted, one per line, UTF-8 kept (units where not Unicode); opening writes nothing, and saving again what
+// was read gives the same bytes. (The memory bag holds the same store: the bag fuzz replay and the track's
+// storage tests drive it.)
+TEST_F(FileBag, KeepsEntriesExactly)
 {
     const std::vector<std::tuple<std::wstring, std::wstring, std::wstring>> want = {
         {L"", L"string", L""}, {L"KeyFrameAngle", L"int", L"-2147483648"}, {L"s", L"string", L"5"},
@@ -65,16 +66,13 @@ TEST_F(FileBag, KeepsEntriesExactlyAsTheMemoryBagDoes)
             EXPECT_EQ(Get(bag, missing), Got(E_FAIL, L"t", L"keep", E_FAIL, 7));
     };
     IQMXProperties* file = QMXOpenFileProperties(path.c_str(), 1, nullptr, 0);
-    for (IQMXProperties* bag : {QMXCreateMemoryProperties(), file}) {
-        EXPECT_TRUE(bag->AddRef() == 2 && bag->Release() == 1);
-        EXPECT_TRUE(bag->SetString(L"KeyFrameAngle", L"x") == S_OK && bag->SetInt(L"s", 5) == S_OK);  // replaced
-        EXPECT_TRUE(bag->SetInt(L"gone", 1) == S_OK && QMXRemoveProperty(bag, L"gone") == S_OK);
-        EXPECT_TRUE(QMXRemoveProperty(bag, L"gone") == E_FAIL && QMXRemoveProperty(bag, nullptr) == E_POINTER);
-        for (const auto& [n, type, v] : want)
-            EXPECT_EQ(type == L"int" ? bag->SetInt(n.c_str(), stoi(v)) : bag->SetString(n.c_str(), &v[0]), S_OK);
-        check(bag);
-        EXPECT_TRUE(bag == file || bag->Release() == 0);
-    }
+    EXPECT_TRUE(file->AddRef() == 2 && file->Release() == 1);
+    EXPECT_TRUE(file->SetString(L"KeyFrameAngle", L"x") == S_OK && file->SetInt(L"s", 5) == S_OK);  // replaced
+    EXPECT_TRUE(file->SetInt(L"gone", 1) == S_OK && QMXRemoveProperty(file, L"gone") == S_OK);
+    EXPECT_TRUE(QMXRemoveProperty(file, L"gone") == E_FAIL && QMXRemoveProperty(file, nullptr) == E_POINTER);
+    for (const auto& [n, type, v] : want)
+        EXPECT_EQ(type == L"int" ? file->SetInt(n.c_str(), stoi(v)) : file->SetString(n.c_str(), &v[0]), S_OK);
+    check(file);
     EXPECT_FALSE(fs::exists(path));
     EXPECT_TRUE(QMXSaveFileProperties(file, nullptr, 0) == S_OK && file->Release() == 0);
     const std::string text = Bytes(path);
