@@ -1,8 +1,7 @@
 // Threads on tracks and on one curve. For QMX_STRESS_SECONDS per case (a short default keeps the quick run
 // quick; the ThreadSanitizer run asks for more), threads hammer one track, then many, with every edit,
 // samples, key reads, queries, saves and reads of saves, out-of-range indexes included. Afterwards each
-// track's six curves are in lockstep, its save reads back bit for bit, and every object made was destroyed
-// exactly once.
+// track's six curves are in lockstep, and every object made was destroyed exactly once.
 #include <dlfcn.h>
 #include <gtest/gtest.h>
 
@@ -86,20 +85,17 @@ const qmxkf::ModuleHost& Module()
 }
 
 // Lockstep: the save passes the checks of the command-line host (the six curves at the angle curve's times),
-// and each key of the track is a whole record at its saved time. Round trip: a new track reading the save
-// holds the same keys bit for bit. Makes a track, reads a save twice and makes a bag.
-void CheckLockstepAndRoundTrip(const Track& track)
+// and each key of the track is a whole record at its saved time. (Round trips of saves: the persistence tests
+// and the bag replays.) Reads a save and makes a bag.
+void CheckLockstep(const Track& track)
 {
     IQMXProperties* bag = QMXCreateMemoryProperties();
     EXPECT_EQ(track.store->WriteTo(bag), S_OK);
     const qmxkf::StoredTrack saved = qmxkf::ReadStoredTrack(Module(), bag, -1);
     EXPECT_EQ(saved.problems, std::vector<std::string>());
-    Track copy;
-    EXPECT_EQ(copy.store->ReadFrom(bag), S_OK);
-    const Keys keys = All(track.keys);
-    EXPECT_EQ(All(copy.keys), keys);
-    ASSERT_TRUE(saved.curves[0] && saved.curves[0]->GetKeyFramesCount() == static_cast<int>(keys.size()));
-    for (int k = 0; k < static_cast<int>(keys.size()); ++k) {
+    const int count = track->GetKeyFrameCount();
+    ASSERT_TRUE(saved.curves[0] && saved.curves[0]->GetKeyFramesCount() == count);
+    for (int k = 0; k < count; ++k) {
         KeyFrameParam p{};
         EXPECT_TRUE(track->GetKeyFrame(k, p) && p.dPosition == saved.curves[0]->GetPointTime(k) && IsWhole(p))
             << "key " << k;
@@ -109,7 +105,7 @@ void CheckLockstepAndRoundTrip(const Track& track)
 
 }  // namespace
 
-TEST(TrackThreads, HammeredTracksStayInLockstepRoundTripAndBalanceReferences)
+TEST(TrackThreads, HammeredTracksStayInLockstepAndBalanceReferences)
 {
     for (int count : {1, 16}) {
         SCOPED_TRACE(std::to_string(count) + " tracks");
@@ -129,13 +125,13 @@ TEST(TrackThreads, HammeredTracksStayInLockstepRoundTripAndBalanceReferences)
                 thread.join();
             QMXSetDefaultLogger(previous);
             for (const Track& t : tracks)
-                CheckLockstepAndRoundTrip(t);
+                CheckLockstep(t);
         }
         EXPECT_EQ(torn.load(), 0) << "samples or keys mixing records";
         // Every object made was destroyed once. Factories and bags are born holding their reference, so they
         // count a last release without a first reference.
-        const int made = (2 * kObjectsPerTrack + 2 * kObjectsPerRead + 1) * count + kObjectsPerRead * reads + kThreads;
-        const int firsts = 2 * (kFirstsPerTrack + kFirstsPerRead) * count + kFirstsPerRead * reads;
+        const int made = (kObjectsPerTrack + kObjectsPerRead + 1) * count + kObjectsPerRead * reads + kThreads;
+        const int firsts = (kFirstsPerTrack + kFirstsPerRead) * count + kFirstsPerRead * reads;
         QMXGetReferenceCounts(&after);
         EXPECT_EQ(after.lastReleases - before.lastReleases, made);
         EXPECT_EQ(after.firstReferences - before.firstReferences, firsts);
