@@ -1,5 +1,5 @@
 // A keyframe track for tests: made through the host runtime with both of its interfaces, keys as whole
-// records, and its curves read back from a property bag it was saved into.
+// records.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -63,26 +63,6 @@ inline Keys All(IQMXKeyFrame* t)  // every key in index order
     for (KeyFrameParam p{}; static_cast<int>(keys.size()) < t->GetKeyFrameCount(); keys.push_back(F(p)))
         EXPECT_TRUE(t->GetKeyFrame(static_cast<int>(keys.size()), p));
     return keys;
-}
-
-// The key times of curve `key` as saved in `bag`, read back through a curve of its own.
-inline std::vector<double> SavedCurveTimes(IQMXProperties* bag, int key)
-{
-    const std::wstring name = qmx::kTrackProperties[key].bagName;
-    int segments = 0;
-    EXPECT_EQ(bag->GetInt(name.c_str(), &segments), S_OK) << "curve " << key;
-    std::wstring text;
-    for (int i = 0; i < segments; ++i) {
-        CQMXValue value;
-        bag->GetProperty((name + L"Segment_" + std::to_wstring(i)).c_str(), &value);
-        text += value.m_strValue;
-    }
-    core::Parameter curve(nullptr);
-    curve.Desialize(std::string(text.begin(), text.end()).c_str());
-    std::vector<double> times;
-    for (int i = 0; i < curve.GetKeyFramesCount(); ++i)
-        times.push_back(curve.GetPointTime(i));
-    return times;
 }
 
 }  // namespace testing_support

@@ -1,5 +1,6 @@
 // The input as a curve's JSON text: the fast and the library reader must agree;
 // the curve read is evaluated and queried, and its text must read back exactly.
+// (The writer against the library, copying and clearing: the unit tests.)
 // Documents of unexpected JSON types make the reader throw (JsonCpp's
 // exceptions or core::AnyBadAccess pass through Desialize): that is its
 // contract, so the outcome is compared, never treated as a crash.
@@ -31,7 +32,8 @@ std::string Read(core::Parameter& curve, const std::string& text, bool library)
 double Number(const core::ValAny& v) { return v.IsNumber() ? v.Get<double>() : NAN; }
 
 // Evaluation and queries at, between, beside and far from the keys, with and
-// without clamping; values that cannot be read throw core::AnyBadAccess.
+// without clamping, for the sanitizers to watch; a clamped value stays within
+// the range. Values that cannot be read throw core::AnyBadAccess.
 void Evaluate(core::Parameter& c)
 {
     const int count = c.GetKeyFramesCount();
@@ -87,16 +89,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
         core::Parameter& curve = fuzz::Impl(fast.Get());
         fuzz::CheckOrder(curve);
         Evaluate(curve);
-        // The text read back gives the same state and the same text again; a
-        // copy holds the same state, and a cleared one keeps type and range.
+        // The text read back gives the same state and the same text again.
         const std::string written = curve.Serialize();
-        FUZZ_CHECK(written == core::WriteCurveTextWithLibrary(curve.TextHeader(), curve.Keys()));
-        QMXComPtr<core::IKeyFrame> again = fuzz::NewCurve(), copy = fuzz::NewCurve();
+        QMXComPtr<core::IKeyFrame> again = fuzz::NewCurve();
         FUZZ_CHECK(again->Desialize(written.c_str()) == 0 && again->Serialize() == written);
         FUZZ_CHECK(fuzz::Describe(*again) == outcome && fuzz::Describe(curve) == outcome);
-        FUZZ_CHECK(copy->CopyFrom(fast.Get()) && fuzz::Describe(*copy) == outcome);
-        copy->Clear();
-        FUZZ_CHECK(fuzz::Describe(*copy) == outcome.substr(0, outcome.find(" [")));
     }
     return 0;
 }

@@ -1,9 +1,10 @@
 // The input as a project file, through the command-line host's own project
-// code. A file that the tool refuses is refused by every edit and stays byte
-// for byte as it was. A file that it loads takes a few edits chosen by the
-// input: each is applied or refused with the track unchanged, never stopping
-// the program; then the save is refused with the file unchanged, or the file
-// loads again, its six curves in lockstep, to exactly the keys that were saved.
+// code. A file that the tool refuses stays byte for byte as it was (that every
+// edit refuses it too is the tool tests'). A file that it loads takes a few
+// edits chosen by the input: each is applied or refused with the track
+// unchanged, never stopping the program; then the save is refused with the
+// file unchanged, or the file loads again, its six curves in lockstep, to
+// exactly the keys that were saved.
 #include <dlfcn.h>
 #include <unistd.h>
 
@@ -80,15 +81,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     std::ofstream(g_path, std::ios::binary) << input;
     const bool loads = Project::Check(Module(), g_path).empty();
     FUZZ_CHECK(Contents() == input);
-    if (!loads) {
-        try {
-            Project project(Module(), g_path, Project::Open::Edit, 0);
-            FUZZ_CHECK(!"a file that the check refuses is refused for editing");
-        } catch (const qmxkf::ToolError&) {
-        }
-        FUZZ_CHECK(Contents() == input);
+    if (!loads)
         return 0;
-    }
 
     std::string saved;
     {
