@@ -6,7 +6,7 @@
 #include <limits>
 #include <random>
 #include <string>
-#include <tuple>
+#include <utility>
 
 #include "CurveCodecLibrary.h"
 #include "keyframe_process.h"
@@ -14,34 +14,28 @@
 using namespace core;
 using V = ValAny;
 
-// Each text read into a fresh curve and written back: the writer's own texts (out null) come back
-// byte for byte; other spellings and missing fields read as the library reads them; the range and
-// key values take the type's kind; a text curve (type 3) reads back only its type. (Boolean curves,
-// copies, Clear and free and none keys of the other types: the replay of the curve-text fuzz corpus.)
+// Texts of other spellings read into a fresh curve and written back: reals where integers are written,
+// missing fields as the library reads them, a text curve (type 3) with only its type (the range stays as
+// it was), an empty text as nothing. (The writer's own texts of every type, copies and Clear: the replay
+// of the curve-text fuzz corpus, which holds both readers and both writers to each other.)
 TEST(CurveJson, ReadAndWrittenBack)
 {
-    const struct { const char* in; const char* out; V::Tag tag; } rows[] = {
-        {"{\"MaxValue\":2048.75,\"MinValue\":-2.5,\"ParamType\":0,\"nodes\":[[-3.0,0.25,1,-1.5,8.0]]}\n", nullptr,
-         V::kDouble},
-        {"{\"MaxValue\":100,\"MinValue\":-100,\"ParamType\":1,\"nodes\":[[1.0,5,3,0.0,0.0]]}\n", nullptr, V::kInt32},
+    const std::pair<const char*, const char*> rows[] = {
         // Free and none keys (kinds 6, 7) with hand-set tangents enter through text.
         {"{\"ParamType\":0,\"MinValue\":-9.5,\"MaxValue\":9,\"nodes\":[[10,2.5,6,-1.5,3.25],[11,1,7,2,2]]}",
-         "{\"MaxValue\":9.0,\"MinValue\":-9.5,\"ParamType\":0,\"nodes\":[[10.0,2.5,6,-1.5,3.25],[11.0,1.0,7,2.0,2.0]]}\n",
-         V::kDouble},
-        {"{}", "{\"MaxValue\":0.0,\"MinValue\":0.0,\"ParamType\":0,\"nodes\":null}\n", V::kDouble},
-        {"", "{\"MaxValue\":100.0,\"MinValue\":-100.0,\"ParamType\":0,\"nodes\":null}\n", V::kDouble},  // as made
-        {"{\"ParamType\":3,\"nodes\":[[1.0,0,0.0,0.0]]}\n", "{\"ParamType\":3,\"nodes\":null}\n", V::kDouble}};
-    for (const auto& row : rows) {
+         "{\"MaxValue\":9.0,\"MinValue\":-9.5,\"ParamType\":0,\"nodes\":"
+         "[[10.0,2.5,6,-1.5,3.25],[11.0,1.0,7,2.0,2.0]]}\n"},
+        {"{}", "{\"MaxValue\":0.0,\"MinValue\":0.0,\"ParamType\":0,\"nodes\":null}\n"},
+        {"", "{\"MaxValue\":100.0,\"MinValue\":-100.0,\"ParamType\":0,\"nodes\":null}\n"},  // as made
+        {"{\"ParamType\":3,\"nodes\":[[1.0,0,0.0,0.0]]}\n", "{\"ParamType\":3,\"nodes\":null}\n"}};
+    for (const auto& [in, out] : rows) {
         Parameter c(nullptr);
-        EXPECT_EQ(c.Desialize(row.in), 0);
+        EXPECT_EQ(c.Desialize(in), 0);
         EXPECT_TRUE(c.CopyFrom(&c));  // from itself, CopyFrom changes nothing
-        EXPECT_EQ(c.Serialize(), row.out ? row.out : row.in);
+        EXPECT_EQ(c.Serialize(), out) << in;
         V lo, hi;
-        c.GetValueRange(lo, hi);  // a type-3 text leaves the range of the fresh curve
-        const V key = c.GetKeyFramesCount() > 0 ? c.GetPointValue(0) : lo;
-        EXPECT_EQ(std::make_tuple(lo.GetTypeTag(), hi.GetTypeTag(), key.GetTypeTag()),
-                  std::make_tuple(+row.tag, +row.tag, +row.tag))
-            << row.in;
+        c.GetValueRange(lo, hi);  // real, and for a type-3 text still the fresh curve's
+        EXPECT_TRUE(lo.GetTypeTag() == V::kDouble && hi.GetTypeTag() == V::kDouble) << in;
     }
 }
 
