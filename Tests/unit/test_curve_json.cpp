@@ -39,20 +39,24 @@ TEST(CurveJson, ReadAndWrittenBack)
     }
 }
 
-// Keys merge in by time from a text as the curve writes it: the curve's own key wins, then the first of
-// two equal nodes (other spellings reach the same merge through the library, which the fuzz replays compare
-// with this reader). Unparsable text and null change nothing (the library says why, on one line); a document
-// of the wrong JSON types throws, and changes nothing either.
+// Keys merge in by time, whichever way the text is spelled: the curve's own key wins, then the
+// first of two equal nodes. Unparsable text and null change nothing (the library says why, on one
+// line); a document of the wrong JSON types throws, and changes nothing either.
 TEST(CurveJson, MergingAndBadText)
 {
-    Parameter c(nullptr);
-    c.AddPoint(2.0, V(7.0), eKeyframeTypeLinear);
-    const std::string head = "{\"MaxValue\":1.0,\"MinValue\":-1.0,\"ParamType\":0,\"nodes\":[[1.0,1.0,1,0.0,0.0],";
-    EXPECT_EQ(c.Desialize((head + "[2.0,99.0,5,9.0,9.0],[3.0,3.0,5,0.0,0.0],[3.0,4.0,5,0.0,0.0]]}\n").c_str()), 0);
-    for (const char* bad : {"{", "[1,", "nodes", "{\"ParamType\":1,}x", static_cast<const char*>(nullptr)})
-        EXPECT_EQ(c.Desialize(bad), 0) << (bad ? bad : "null");
-    EXPECT_ANY_THROW(c.Desialize("{\"ParamType\":0,\"nodes\":[[\"x\"]]}"));  // passed on, nothing read
-    EXPECT_EQ(c.Serialize(), head + "[2.0,7.0,1,0.0,0.0],[3.0,3.0,5,0.0,0.0]]}\n");
+    const char* nodes = "\"nodes\":[[1.0,1.0,1,0.0,0.0],[2.0,99.0,5,9.0,9.0],[3.0,3.0,5,0.0,0.0],[3.0,4.0,5,0.0,0.0]]}";
+    for (const std::string& text : {"{\"ParamType\":0,\"MinValue\":-1,\"MaxValue\":1," + std::string(nodes),
+                                   "{\"MaxValue\":1.0,\"MinValue\":-1.0,\"ParamType\":0," + std::string(nodes) + "\n"}) {
+        Parameter c(nullptr);
+        c.AddPoint(2.0, V(7.0), eKeyframeTypeLinear);
+        EXPECT_EQ(c.Desialize(text.c_str()), 0);
+        for (const char* bad : {"{", "[1,", "nodes", "{\"ParamType\":1,}x", static_cast<const char*>(nullptr)})
+            EXPECT_EQ(c.Desialize(bad), 0) << (bad ? bad : "null");
+        EXPECT_ANY_THROW(c.Desialize("{\"ParamType\":0,\"nodes\":[[\"x\"]]}"));  // passed on, nothing read
+        EXPECT_EQ(c.Serialize(), "{\"MaxValue\":1.0,\"MinValue\":-1.0,\"ParamType\":0,\"nodes\":[[1.0,1.0,1,0.0,0.0],"
+                                 "[2.0,7.0,1,0.0,0.0],[3.0,3.0,5,0.0,0.0]]}\n")
+            << text;
+    }
     CurveTextContent content;
     std::string error;
     EXPECT_FALSE(ReadCurveTextWithLibrary("{\n  \"a\" 1}", content, error));
