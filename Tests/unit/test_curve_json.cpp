@@ -44,9 +44,10 @@ TEST(CurveJson, ReadAndWrittenBack)
 // line); a document of the wrong JSON types throws, and changes nothing either.
 TEST(CurveJson, MergingAndBadText)
 {
-    const char* nodes = "\"nodes\":[[1.0,1.0,1,0.0,0.0],[2.0,99.0,5,9.0,9.0],[3.0,3.0,5,0.0,0.0],[3.0,4.0,5,0.0,0.0]]}";
-    for (const std::string& text : {"{\"ParamType\":0,\"MinValue\":-1,\"MaxValue\":1," + std::string(nodes),
-                                   "{\"MaxValue\":1.0,\"MinValue\":-1.0,\"ParamType\":0," + std::string(nodes) + "\n"}) {
+    const std::string nodes =
+        "\"nodes\":[[1.0,1.0,1,0.0,0.0],[2.0,99.0,5,9.0,9.0],[3.0,3.0,5,0.0,0.0],[3.0,4.0,5,0.0,0.0]]}";
+    for (const std::string& text : {"{\"ParamType\":0,\"MinValue\":-1,\"MaxValue\":1," + nodes,
+                                   "{\"MaxValue\":1.0,\"MinValue\":-1.0,\"ParamType\":0," + nodes + "\n"}) {
         Parameter c(nullptr);
         c.AddPoint(2.0, V(7.0), eKeyframeTypeLinear);
         EXPECT_EQ(c.Desialize(text.c_str()), 0);
