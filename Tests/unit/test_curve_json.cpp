@@ -6,7 +6,7 @@
 #include <limits>
 #include <random>
 #include <string>
-#include <tuple>
+#include <utility>
 
 #include "CurveCodecLibrary.h"
 #include "keyframe_process.h"
@@ -14,44 +14,28 @@
 using namespace core;
 using V = ValAny;
 
-// Each text read into a fresh curve and written back: the writer's own texts (out null) come back
-// byte for byte; other spellings and missing fields read as the library reads them; the range and
-// key values take the type's kind; a text curve (type 3) reads back only its type. A copy takes
-// keys, range and type (CopyFrom); Clear drops the keys only.
+// Texts of other spellings read into a fresh curve and written back: reals where integers are written,
+// missing fields as the library reads them, a text curve (type 3) with only its type (the range stays as
+// it was), an empty text as nothing. (The writer's own texts of every type, copies and Clear: the replay
+// of the curve-text fuzz corpus, which holds both readers and both writers to each other.)
 TEST(CurveJson, ReadAndWrittenBack)
 {
-    const struct { const char* in; const char* out; V::Tag tag; } rows[] = {
-        {"{\"MaxValue\":2048.75,\"MinValue\":-2.5,\"ParamType\":0,\"nodes\":[[-3.0,0.25,1,-1.5,8.0]]}\n", nullptr,
-         V::kDouble},
-        {"{\"MaxValue\":100,\"MinValue\":-100,\"ParamType\":1,\"nodes\":[[1.0,5,3,0.0,0.0]]}\n", nullptr, V::kInt32},
-        {"{\"MaxValue\":true,\"MinValue\":false,\"ParamType\":2,"
-         "\"nodes\":[[0.0,true,0,0.0,-0.5],[2.0,false,0,-0.5,0.0]]}\n", nullptr, V::kBool},
+    const std::pair<const char*, const char*> rows[] = {
         // Free and none keys (kinds 6, 7) with hand-set tangents enter through text.
         {"{\"ParamType\":0,\"MinValue\":-9.5,\"MaxValue\":9,\"nodes\":[[10,2.5,6,-1.5,3.25],[11,1,7,2,2]]}",
-         "{\"MaxValue\":9.0,\"MinValue\":-9.5,\"ParamType\":0,\"nodes\":[[10.0,2.5,6,-1.5,3.25],[11.0,1.0,7,2.0,2.0]]}\n",
-         V::kDouble},
-        {"{\"ParamType\":1,\"MinValue\":-9,\"MaxValue\":9,\"nodes\":[[10,2,6,-1.5,3.25]]}",
-         "{\"MaxValue\":9,\"MinValue\":-9,\"ParamType\":1,\"nodes\":[[10.0,2,6,-1.5,3.25]]}\n", V::kInt32},
-        {"{\"ParamType\":2,\"MinValue\":true,\"MaxValue\":true,\"nodes\":[[10,false,6,-1.5,3.25]]}",
-         "{\"MaxValue\":true,\"MinValue\":true,\"ParamType\":2,\"nodes\":[[10.0,false,6,-1.5,3.25]]}\n", V::kBool},
-        {"{}", "{\"MaxValue\":0.0,\"MinValue\":0.0,\"ParamType\":0,\"nodes\":null}\n", V::kDouble},
-        {"", "{\"MaxValue\":100.0,\"MinValue\":-100.0,\"ParamType\":0,\"nodes\":null}\n", V::kDouble},  // as made
-        {"{\"ParamType\":3,\"nodes\":[[1.0,0,0.0,0.0]]}\n", "{\"ParamType\":3,\"nodes\":null}\n", V::kDouble}};
-    for (const auto& row : rows) {
-        Parameter c(nullptr), copy(nullptr);
-        EXPECT_EQ(c.Desialize(row.in), 0);
-        copy.AddPoint(8.0, V(1.0), eKeyframeTypeConstant);
-        EXPECT_TRUE(copy.CopyFrom(&c) && c.CopyFrom(&c));  // from itself, CopyFrom changes nothing
-        EXPECT_EQ(c.Serialize(), row.out ? row.out : row.in);
-        EXPECT_EQ(copy.Serialize(), c.Serialize());
-        copy.Clear();  // drops the keys only
-        EXPECT_EQ(copy.Serialize(), WriteCurveText(c.TextHeader(), KeyStore()));
+         "{\"MaxValue\":9.0,\"MinValue\":-9.5,\"ParamType\":0,\"nodes\":"
+         "[[10.0,2.5,6,-1.5,3.25],[11.0,1.0,7,2.0,2.0]]}\n"},
+        {"{}", "{\"MaxValue\":0.0,\"MinValue\":0.0,\"ParamType\":0,\"nodes\":null}\n"},
+        {"", "{\"MaxValue\":100.0,\"MinValue\":-100.0,\"ParamType\":0,\"nodes\":null}\n"},  // as made
+        {"{\"ParamType\":3,\"nodes\":[[1.0,0,0.0,0.0]]}\n", "{\"ParamType\":3,\"nodes\":null}\n"}};
+    for (const auto& [in, out] : rows) {
+        Parameter c(nullptr);
+        EXPECT_EQ(c.Desialize(in), 0);
+        EXPECT_TRUE(c.CopyFrom(&c));  // from itself, CopyFrom changes nothing
+        EXPECT_EQ(c.Serialize(), out) << in;
         V lo, hi;
-        c.GetValueRange(lo, hi);  // a type-3 text leaves the range of the fresh curve
-        const V key = c.GetKeyFramesCount() > 0 ? c.GetPointValue(0) : lo;
-        EXPECT_EQ(std::make_tuple(lo.GetTypeTag(), hi.GetTypeTag(), key.GetTypeTag()),
-                  std::make_tuple(+row.tag, +row.tag, +row.tag))
-            << row.in;
+        c.GetValueRange(lo, hi);  // real, and for a type-3 text still the fresh curve's
+        EXPECT_TRUE(lo.GetTypeTag() == V::kDouble && hi.GetTypeTag() == V::kDouble) << in;
     }
 }
 
@@ -60,9 +44,10 @@ TEST(CurveJson, ReadAndWrittenBack)
 // line); a document of the wrong JSON types throws, and changes nothing either.
 TEST(CurveJson, MergingAndBadText)
 {
-    const char* nodes = "\"nodes\":[[1.0,1.0,1,0.0,0.0],[2.0,99.0,5,9.0,9.0],[3.0,3.0,5,0.0,0.0],[3.0,4.0,5,0.0,0.0]]}";
-    for (const std::string& text : {"{\"ParamType\":0,\"MinValue\":-1,\"MaxValue\":1," + std::string(nodes),
-                                   "{\"MaxValue\":1.0,\"MinValue\":-1.0,\"ParamType\":0," + std::string(nodes) + "\n"}) {
+    const std::string nodes =
+        "\"nodes\":[[1.0,1.0,1,0.0,0.0],[2.0,99.0,5,9.0,9.0],[3.0,3.0,5,0.0,0.0],[3.0,4.0,5,0.0,0.0]]}";
+    for (const std::string& text : {"{\"ParamType\":0,\"MinValue\":-1,\"MaxValue\":1," + nodes,
+                                   "{\"MaxValue\":1.0,\"MinValue\":-1.0,\"ParamType\":0," + nodes + "\n"}) {
         Parameter c(nullptr);
         c.AddPoint(2.0, V(7.0), eKeyframeTypeLinear);
         EXPECT_EQ(c.Desialize(text.c_str()), 0);
@@ -95,16 +80,11 @@ TEST(CurveJson, CanonicalCodecMatchesTheLibrary)
             kinds += std::to_string(key.StoredValue().GetTypeTag());
         return WriteCurveTextWithLibrary(c.header, c.keys) + kinds;
     };
-    const std::string d = "{\"MaxValue\":1.0,\"MinValue\":-1.0,\"ParamType\":0,\"nodes\":";
+    // Texts the fast reader must refuse (the fuzz corpus holds the others): numbers outside JSON's grammar,
+    // an integer key value beyond int, which the library does not read either.
     std::vector<std::string> texts = {
-        "{\"MaxValue\":1,\"MinValue\":-0,\"ParamType\":0,\"nodes\":[[1,2,3,4,5]]}", d + "[[5e-324,1e+9999,3,null,1.0]]}",
-        "{\"MaxValue\":1.0,\"MinValue\":-1.0,\"ParamType\":1,\"nodes\":[[1.0,2147483648,1,0.0,0.0]]}",
-        "{\"MaxValue\":true,\"MinValue\":1,\"ParamType\":2,\"nodes\":[[1.0,false,1,0.0,0.0]]} x",
-        d + "[[1.0,2.0,1,0.0,0.0] ]}\n", d + "[[1.0,2.0,1,0.0]]}", d + "[]}", d + "[[1.0,2.0,1,0.0,1.5e-]]}",
-        "{\"MaxValue\":01.5,\"MinValue\":-.5,\"ParamType\":0,\"nodes\":[[1E2,+2.0,1,0.0,0.0]]}",
-        // Found by fuzzing: numbers outside JSON's grammar, junk inside a range token.
-        "{\"MaxValue\":67,\"MinValue\":8,\"ParamType\":1,\"nodes\":[[0.0,9,3,.5,1.0]]}",
-        "{\"MaxValue\":6s7,\"MinValue\":8,\"ParamType\":1,\"nodes\":null}",
+        "{\"MaxValue\":9,\"MinValue\":-9,\"ParamType\":1,\"nodes\":[[1.0,2147483648,1,0.0,0.0]]}",
+        "{\"MaxValue\":1.0,\"MinValue\":-1.0,\"ParamType\":0,\"nodes\":[[1.0,2.0,1,0.0,1.5e-]]}",
         "{\"MaxValue\":1.,\"MinValue\":-1e,\"ParamType\":0,\"nodes\":[[00.0,1.0,1,0.0,0.0]]}"};
     for (int type = 0; type < 4; ++type)
         for (const bool tame : {false, true}) {

@@ -68,7 +68,8 @@ private:
     // Inserts by time, replacing a key at the same time; returns its index.
     size_t Insert(const Key& key)
     {
-        const auto at = std::lower_bound(keys.begin(), keys.end(), key.t, [](const Key& k, double x) { return k.t < x; });
+        const auto at =
+            std::lower_bound(keys.begin(), keys.end(), key.t, [](const Key& k, double x) { return k.t < x; });
         if (at != keys.end() && at->t == key.t) {
             *at = key;
             return static_cast<size_t>(at - keys.begin());
@@ -127,7 +128,8 @@ void ExpectSame(const Parameter& curve, const ReferenceCurve& reference, const s
 }  // namespace
 
 // Every edit through the component's operations, at random indexes and on a coarse grid of times (so
-// that keys collide and replace each other), with the six automatic kinds and hand-set tangents.
+// that keys collide and replace each other), with the six automatic kinds and hand-set tangents; edits
+// that change nothing (stale tangents stay stale) and removals at indexes outside the keys.
 TEST(CurveReference, LongRandomEditSequencesMatchThePlainAlgorithms)
 {
     for (unsigned seed = 1; seed <= 24; ++seed) {
@@ -148,21 +150,29 @@ TEST(CurveReference, LongRandomEditSequencesMatchThePlainAlgorithms)
                 const double t = time(), v = value();
                 const KeyframeInterpolationType k = kind();
                 ASSERT_EQ(curve.AddPoint(t, ValAny(v), k), reference.AddPoint(t, v, k)) << when;
+            } else if (op == 2 && pick(5) == 0) {  // indexes below the keys or past the count are ignored
+                curve.RemovePoint(pick(2) == 0 ? -1 - pick(4) : count + 1 + pick(4));
             } else if (op == 2) {
                 curve.RemovePoint(at);
                 reference.RemovePoint(i);
             } else {
                 Key k = reference.keys[i];
-                if (op == 3)  // sometimes the same value, or a time next to the key's own
-                    curve.SetPointValue(at, ValAny(k.v = pick(4) == 0 ? k.v : value()));
-                else if (op == 4)
-                    curve.SetPointTime(at, k.t = pick(3) == 0 ? k.t + 0.01 : time());
+                const int same = pick(4);  // 0: the key's own value, time or tangents, which changes nothing
+                if (op == 3)
+                    curve.SetPointValue(at, ValAny(k.v = same == 0 ? k.v : value()));
+                else if (op == 4)  // 1: a time next to the key's own
+                    curve.SetPointTime(at, k.t = same == 0 ? k.t : same == 1 ? k.t + 0.01 : time());
                 else if (op == 5)
                     curve.SetPointInterpolationType(at, k.kind = kind());
                 else {
-                    k.left = value() / 10;
-                    k.right = pick(2) == 0 ? k.left : value() / 10;
-                    curve.SetPointControlParam(at, k.left, k.right);
+                    if (same != 0) {
+                        k.left = value() / 10;
+                        k.right = pick(2) == 0 ? k.left : value() / 10;
+                    }
+                    if (same == 1)  // the inner step, asked for no index
+                        curve.setKeyFrameDerivativesInternal(k.left, k.right, at, nullptr);
+                    else
+                        curve.SetPointControlParam(at, k.left, k.right);
                 }
                 reference.Edit(i, k, op != 6);
             }
