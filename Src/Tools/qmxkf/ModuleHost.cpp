@@ -20,8 +20,7 @@ ModuleHost::ModuleHost(void* handle, std::string name) : ModuleHost(handle, std:
 {
     if (m_handle == nullptr)
         throw ToolError("cannot load module: " + std::string(QMXLastModuleError()));
-    if (m_getClassObject == nullptr)
-        throw ToolError(m_path + ": no DllGetClassObject");
+    RequireEntryPoint();
 }
 
 ModuleHost::ModuleHost(void* handle, std::string name, Unchecked)
@@ -57,6 +56,12 @@ std::string ModuleHost::LoadablePath(const std::string& path)
     return path.find('/') == std::string::npos ? "./" + path : path;
 }
 
+void ModuleHost::RequireEntryPoint() const
+{
+    if (m_getClassObject == nullptr)
+        throw ToolError(m_path + ": no DllGetClassObject");
+}
+
 void* ModuleHost::Symbol(const char* name) const
 {
     return m_handle != nullptr ? dlsym(m_handle, name) : nullptr;
@@ -73,8 +78,7 @@ const _GUID& ModuleHost::Id(const char* name) const
 void* ModuleHost::Create(const char* clsidName, const char* iidName) const
 {
     const _GUID& clsid = Id(clsidName);
-    if (m_getClassObject == nullptr)
-        throw ToolError(m_path + ": no DllGetClassObject");
+    RequireEntryPoint();
     QMXComPtr<IClassFactory> factory;
     HRESULT hr = m_getClassObject(clsid, IID_IClassFactory, reinterpret_cast<void**>(&factory));
     if (FAILED(hr) || !factory)

@@ -52,6 +52,7 @@ public:
 private:
     struct Unchecked {};
     ModuleHost(void* handle, std::string name, Unchecked);
+    void RequireEntryPoint() const;  // throws when the module lacks DllGetClassObject
     void* Create(const char* clsidName, const char* iidName) const;
 
     std::string m_path;
