@@ -1,6 +1,7 @@
 // The standard identifiers and the atomic counts the object model relies on.
 #include "QMXCommon.h"
 #include "QMXRuntime.h"
+#include "qmx_version.h"
 
 const _GUID IID_IUnknown = {0x00000000, 0x0000, 0x0000, {0xC0, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x46}};
 const _GUID IID_IClassFactory = {0x00000001, 0x0000, 0x0000, {0xC0, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x46}};
@@ -38,4 +39,9 @@ extern "C" void QMXGetReferenceCounts(QMXReferenceCounts* counts)
     counts->decrements = __atomic_load_n(&g_counts.decrements, __ATOMIC_SEQ_CST);
     counts->firstReferences = __atomic_load_n(&g_counts.firstReferences, __ATOMIC_SEQ_CST);
     counts->lastReleases = __atomic_load_n(&g_counts.lastReleases, __ATOMIC_SEQ_CST);
+}
+
+extern "C" const char* QMXRuntimeVersion()
+{
+    return QMX_VERSION;
 }

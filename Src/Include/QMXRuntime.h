@@ -1,7 +1,7 @@
 // What this host runtime (libQMXHost.so) offers its host programs beyond what
-// modules rely on: loading a module by path and the totals of reference-count
-// steps. Modules never call these; a host engine with its own runtime need not
-// provide them.
+// modules rely on: loading a module by path, the totals of reference-count
+// steps and its version. Modules never call these; a host engine with its own
+// runtime need not provide them.
 #pragma once
 
 #include <cstdint>
@@ -25,4 +25,7 @@ struct QMXReferenceCounts {
     int64_t increments, decrements, firstReferences, lastReleases;
 };
 QMX_EXPORT void QMXGetReferenceCounts(QMXReferenceCounts* counts);
+
+// This runtime's release, "major.minor.patch".
+QMX_EXPORT const char* QMXRuntimeVersion();
 }

@@ -1,9 +1,12 @@
 #!/usr/bin/env bash
-# Drives qmxkf as a user would, on a temporary project: edits, listing,
-# sampling and reopening give exact output; bad input gives one line on
-# standard error, a non-zero exit and an untouched file.
+# Drives qmxkf as a user would: its version, then, on a temporary project,
+# edits, listing, sampling and reopening give exact output; bad input gives
+# one line on standard error, a non-zero exit and an untouched file.
 qmxkf=$1
+version=$2  # the project's version, as the build sets it
 source "$(dirname "$0")/harness.sh"
+
+expect version "qmxkf $version (host runtime $version)" "$qmxkf" --version
 
 expect new "created p.qmxbag (no keys)" "$qmxkf" new p.qmxbag
 expect add0 "added key 0 at 0 s" "$qmxkf" add p.qmxbag --at 0 --x -400 --opacity 0

@@ -17,8 +17,10 @@
 #include "ModuleHost.h"
 #include "Plot.h"
 #include "Project.h"
+#include "QMXRuntime.h"
 #include "ToolError.h"
 #include "Validate.h"
+#include "qmx_version.h"
 
 namespace {
 
@@ -43,6 +45,8 @@ int main(int argc, char** argv)
     CLI::App app("Animate, inspect and sample keyframe tracks through the keyframe module.", "qmxkf");
     app.require_subcommand(1);
     app.fallthrough();
+    app.set_version_flag("--version", std::string("qmxkf ") + QMX_VERSION + " (host runtime " + QMXRuntimeVersion() + ")",
+                         "print the tool's and the host runtime's versions and exit");
     std::string modulePath = ModuleHost::DefaultPath();
     app.add_option("--module", modulePath, "the keyframe module to load")->capture_default_str();
     std::optional<double> waitSeconds;
@@ -129,6 +133,8 @@ int main(int argc, char** argv)
     } catch (const CLI::CallForHelp& e) {
         return app.exit(e);
     } catch (const CLI::CallForAllHelp& e) {
+        return app.exit(e);
+    } catch (const CLI::CallForVersion& e) {
         return app.exit(e);
     } catch (const CLI::ParseError& e) {
         std::fprintf(stderr, "qmxkf: %s (see qmxkf --help)\n", e.what());
