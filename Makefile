@@ -13,7 +13,7 @@ BUILD_TYPE ?= RelWithDebInfo
 JOBS ?= 2
 DEMO_DIR ?= demo-out
 
-.PHONY: all deps build demo test test-plain test-sanitized test-tsan test-valgrind test-fuzz bench clean
+.PHONY: all deps build demo test test-plain test-sanitized test-tsan test-valgrind test-fuzz bench docs package install clean
 
 all: build
 
@@ -57,6 +57,18 @@ test-tsan: deps
 FUZZ_SECONDS ?= 120
 test-fuzz: deps
 	scripts/fuzz.sh $(FUZZ_SECONDS)
+
+# The API reference (Doxygen) into $(BUILD_DIR)/docs/api/html; the Debian
+# package into $(BUILD_DIR); an installation under PREFIX (as root for /usr).
+docs: build
+	cmake --build $(BUILD_DIR) --target docs
+
+package: build
+	cmake --build $(BUILD_DIR) --target package
+
+PREFIX ?= /usr/local
+install: build
+	cmake --install $(BUILD_DIR) --prefix $(PREFIX)
 
 bench: build
 	$(BUILD_DIR)/bin/qmx_bench_interpolation

@@ -7,6 +7,7 @@ packages=(
     cmake ninja-build g++ pkg-config make binutils
     libjsoncpp-dev libgtest-dev libgmock-dev libbenchmark-dev libcli11-dev libcairo2-dev libexpat1-dev
     valgrind clang libclang-rt-14-dev
+    doxygen help2man dpkg-dev file
 )
 
 missing=()

@@ -3,7 +3,11 @@
 // DllGetClassObject for a class id the module does not list.
 #include <dlfcn.h>
 #include <link.h>
+#include <unistd.h>
 
+#include <algorithm>
+#include <cstdlib>
+#include <cstring>
 #include <mutex>
 #include <string>
 #include <vector>
@@ -11,6 +15,7 @@
 #include "QMXCommon.h"
 #include "QMXRuntime.h"
 #include "QMXModule.h"
+#include "qmx_version_note.h"
 
 namespace {
 
@@ -130,13 +135,88 @@ Registry& TheRegistry()
 
 thread_local std::string t_lastModuleError;
 
+// The folder of this runtime's own file, as the loader found it.
+std::string RuntimeFolder()
+{
+    Dl_info self{};
+    if (dladdr(reinterpret_cast<void*>(&QMXLoadModule), &self) == 0 || self.dli_fname == nullptr)
+        return ".";
+    const std::string file = self.dli_fname;
+    const size_t slash = file.find_last_of('/');
+    return slash == std::string::npos ? "." : slash == 0 ? "/" : file.substr(0, slash);
+}
+
+// The keyframe module from the first place that has one: the folders of
+// QMX_MODULE_PATH, the installation's plug-in folder beside this runtime,
+// this runtime's own folder. Empty, with every place looked in
+// t_lastModuleError, when none has it.
+std::string FindKeyFrameModule()
+{
+    std::vector<std::pair<std::string, const char*>> places;  // folder, why it is searched
+    if (const char* list = std::getenv("QMX_MODULE_PATH")) {
+        const std::string folders = list;
+        for (size_t start = 0; start <= folders.size();) {
+            const size_t end = std::min(folders.find(':', start), folders.size());
+            if (end > start)
+                places.emplace_back(folders.substr(start, end - start), "QMX_MODULE_PATH");
+            start = end + 1;
+        }
+    }
+    const std::string runtime = RuntimeFolder();
+    places.emplace_back(runtime + "/" QMX_PLUGIN_SUBDIR, "plug-in folder");
+    places.emplace_back(runtime, "beside the runtime");
+
+    std::string looked;
+    for (const auto& [folder, why] : places) {
+        const std::string file = folder + "/" QMX_MODULE_FILE_NAME;
+        if (access(file.c_str(), F_OK) == 0)
+            return file;
+        looked += (looked.empty() ? "" : ", ") + folder + " (" + why + ")";
+    }
+    t_lastModuleError = "no keyframe module (" QMX_MODULE_FILE_NAME ") found; looked in " + looked;
+    return {};
+}
+
+// The release a loaded object records in its version note, or null.
+const char* VersionNoteIn(const dl_phdr_info& object)
+{
+    for (int i = 0; i < object.dlpi_phnum; ++i) {
+        const ElfW(Phdr)& segment = object.dlpi_phdr[i];
+        if (segment.p_type != PT_NOTE)
+            continue;
+        const size_t align = segment.p_align > 4 ? segment.p_align : 4;
+        const auto padded = [align](size_t n) { return (n + align - 1) / align * align; };
+        const char* at = reinterpret_cast<const char*>(object.dlpi_addr + segment.p_vaddr);
+        const char* end = at + segment.p_memsz;
+        while (static_cast<size_t>(end - at) >= sizeof(ElfW(Nhdr))) {
+            ElfW(Nhdr) note;
+            std::memcpy(&note, at, sizeof note);
+            const char* name = at + sizeof note;
+            if (padded(note.n_namesz) > static_cast<size_t>(end - name))
+                break;
+            const char* desc = name + padded(note.n_namesz);
+            if (padded(note.n_descsz) > static_cast<size_t>(end - desc))
+                break;
+            const bool ours = note.n_type == qmx::kVersionNoteType && note.n_namesz == sizeof qmx::kVersionNoteOwner &&
+                              std::memcmp(name, qmx::kVersionNoteOwner, sizeof qmx::kVersionNoteOwner) == 0;
+            if (ours && note.n_descsz > 0 && std::memchr(desc, 0, note.n_descsz) != nullptr)
+                return desc;
+            at = desc + padded(note.n_descsz);
+        }
+    }
+    return nullptr;
+}
+
 }  // namespace
 
 extern "C" void* QMXLoadModule(const char* path)
 {
+    std::string found;
     if (path == nullptr) {
-        t_lastModuleError = "no module path given";
-        return nullptr;
+        found = FindKeyFrameModule();
+        if (found.empty())
+            return nullptr;
+        path = found.c_str();
     }
     void* handle = dlopen(path, RTLD_NOW | RTLD_LOCAL);
     if (handle == nullptr) {
@@ -157,6 +237,28 @@ extern "C" void* QMXLoadModule(const char* path)
 extern "C" const char* QMXLastModuleError()
 {
     return t_lastModuleError.c_str();
+}
+
+extern "C" const char* QMXModuleVersion(void* handle)
+{
+    link_map* module = nullptr;
+    if (handle == nullptr || dlinfo(handle, RTLD_DI_LINKMAP, &module) != 0 || module == nullptr)
+        return nullptr;
+    struct Search {
+        const link_map* module;
+        const char* version;
+    } search{module, nullptr};
+    dl_iterate_phdr(
+        [](dl_phdr_info* info, size_t, void* data) {
+            auto* wanted = static_cast<Search*>(data);
+            const char* name = info->dlpi_name != nullptr ? info->dlpi_name : "";
+            if (info->dlpi_addr != wanted->module->l_addr || std::strcmp(name, wanted->module->l_name) != 0)
+                return 0;
+            wanted->version = VersionNoteIn(*info);
+            return 1;
+        },
+        &search);
+    return search.version;
 }
 
 namespace QMXCommon {

@@ -12,6 +12,7 @@
 
 #include "IQMXKeyFrame.h"
 #include "QMXModule.h"
+#include "qmx_version.h"
 #include "keyframe_types.h"
 #include "val_any.h"
 
@@ -89,7 +90,7 @@ TEST_F(ModuleLoadDeathTest, UnloadsAndLoadsAgain)
 // classes by id, and answers for ids the module does not list without asking the module.
 TEST_F(ModuleLoad, HostRegistryServesTheLoadedModule)
 {
-    void* host = dlopen("libQMXHost.so", RTLD_NOW | RTLD_NOLOAD);
+    void* host = dlopen(QMX_RUNTIME_SONAME, RTLD_NOW | RTLD_NOLOAD);
     ASSERT_NE(host, nullptr) << "the module did not load the host runtime";
     auto load = reinterpret_cast<void* (*)(const char*)>(dlsym(host, "QMXLoadModule"));
     auto lastError = reinterpret_cast<const char* (*)()>(dlsym(host, "QMXLastModuleError"));
@@ -99,6 +100,12 @@ TEST_F(ModuleLoad, HostRegistryServesTheLoadedModule)
     void* module = load(QMX_MODULE_PATH);
     ASSERT_NE(module, nullptr) << lastError();
     EXPECT_EQ(dlsym(module, "g_Templates"), dlsym(handle, "g_Templates"));
+    // The module's release from its note; a program without one has none.
+    auto moduleVersion = reinterpret_cast<const char* (*)(void*)>(dlsym(host, "QMXModuleVersion"));
+    ASSERT_NE(moduleVersion, nullptr);
+    EXPECT_STREQ(moduleVersion(module), QMX_VERSION);
+    EXPECT_EQ(moduleVersion(host), nullptr);
+    EXPECT_EQ(moduleVersion(nullptr), nullptr);
     IUnknown* track = nullptr;
     ASSERT_EQ(getInterface(Id("CLSID_QMXKeyFrame"), nullptr, 0, Id("IID_IQMXKeyFrame"),
                            reinterpret_cast<void**>(&track)), S_OK);

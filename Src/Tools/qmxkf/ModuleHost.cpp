@@ -1,9 +1,8 @@
 #include "ModuleHost.h"
 
 #include <dlfcn.h>
-#include <unistd.h>
+#include <link.h>
 
-#include <climits>
 #include <utility>
 
 #include "QMXCommon.h"
@@ -12,7 +11,21 @@
 
 namespace qmxkf {
 
-ModuleHost::ModuleHost(const std::string& path) : ModuleHost(QMXLoadModule(LoadablePath(path).c_str()), path)
+namespace {
+
+// The file the loader loaded behind `handle`, or `fallback`.
+std::string LoadedFile(void* handle, const std::string& fallback)
+{
+    link_map* loaded = nullptr;
+    if (handle != nullptr && dlinfo(handle, RTLD_DI_LINKMAP, &loaded) == 0 && loaded != nullptr &&
+        loaded->l_name != nullptr && loaded->l_name[0] != '\0')
+        return loaded->l_name;
+    return fallback;
+}
+
+}  // namespace
+
+ModuleHost::ModuleHost(const std::string& path) : ModuleHost(Load(path), path)
 {
 }
 
@@ -24,7 +37,7 @@ ModuleHost::ModuleHost(void* handle, std::string name) : ModuleHost(handle, std:
 }
 
 ModuleHost::ModuleHost(void* handle, std::string name, Unchecked)
-    : m_path(std::move(name)),
+    : m_path(name.empty() ? LoadedFile(handle, name) : std::move(name)),
       m_handle(handle),
       m_getClassObject(reinterpret_cast<DllGetClassObjectFunction>(Symbol("DllGetClassObject")))
 {
@@ -32,7 +45,7 @@ ModuleHost::ModuleHost(void* handle, std::string name, Unchecked)
 
 std::optional<ModuleHost> ModuleHost::Open(const std::string& path, std::string& error)
 {
-    void* handle = QMXLoadModule(LoadablePath(path).c_str());
+    void* handle = Load(path);
     if (handle == nullptr) {
         error = QMXLastModuleError();
         return std::nullopt;
@@ -40,20 +53,17 @@ std::optional<ModuleHost> ModuleHost::Open(const std::string& path, std::string&
     return ModuleHost(handle, path, Unchecked{});
 }
 
-std::string ModuleHost::DefaultPath()
+void* ModuleHost::Load(const std::string& path)
 {
-    char self[PATH_MAX];
-    const ssize_t n = readlink("/proc/self/exe", self, sizeof self - 1);
-    if (n <= 0)
-        return "libQMXKeyFrame.so";
-    std::string dir(self, static_cast<size_t>(n));
-    dir.erase(dir.find_last_of('/') + 1);
-    return dir + "../lib/libQMXKeyFrame.so";
+    if (path.empty())
+        return QMXLoadModule(nullptr);
+    return QMXLoadModule((path.find('/') == std::string::npos ? "./" + path : path).c_str());
 }
 
-std::string ModuleHost::LoadablePath(const std::string& path)
+std::string ModuleHost::Version() const
 {
-    return path.find('/') == std::string::npos ? "./" + path : path;
+    const char* version = QMXModuleVersion(m_handle);
+    return version != nullptr ? version : "";
 }
 
 void ModuleHost::RequireEntryPoint() const

@@ -15,15 +15,16 @@ namespace qmxkf {
 
 class ModuleHost {
 public:
-    // Loads the module at `path`; throws ToolError when it cannot.
+    // Loads the module at `path`, or the one the host runtime finds when
+    // `path` is empty; throws ToolError when it cannot.
     explicit ModuleHost(const std::string& path);
     // The module behind a handle this process already has (for example
     // dlopen(nullptr) in a program that links the module and exports it);
     // `name` names it in messages.
     ModuleHost(void* handle, std::string name);
-    // Loads the module at `path` without further checks, as a conformance
-    // check needs it; empty, with the loader's reason in `error`, when the
-    // load fails.
+    // Loads the module at `path` (or the one found, as above) without further
+    // checks, as a conformance check needs it; empty, with the loader's
+    // reason in `error`, when the load fails.
     static std::optional<ModuleHost> Open(const std::string& path, std::string& error);
 
     QMXComPtr<IQMXKeyFrame> CreateTrack() const;
@@ -42,14 +43,14 @@ public:
     void* Symbol(const char* name) const;
     void* Handle() const { return m_handle; }
     const std::string& Path() const { return m_path; }
-
-    // The module built beside this program: <dir>/../lib/libQMXKeyFrame.so.
-    static std::string DefaultPath();
-    // `path` as the loader should take it: a bare file name means the one in
-    // the current directory, not one found on the library search path.
-    static std::string LoadablePath(const std::string& path);
+    // The module's release from its version note, or empty when it has none.
+    std::string Version() const;
 
 private:
+    // Loads `path` as the runtime's loader takes it: a bare file name means
+    // the one in the current directory, not one found on the library search
+    // path; an empty path means the runtime's search. Null when it fails.
+    static void* Load(const std::string& path);
     struct Unchecked {};
     ModuleHost(void* handle, std::string name, Unchecked);
     void RequireEntryPoint() const;  // throws when the module lacks DllGetClassObject

@@ -365,6 +365,11 @@ int CommandValidate(const std::string& path)
     int failed = ReportCheck("load", problem);
     if (!module)  // nothing else can be checked
         return failed;
+    // Which file was checked, and the release it records (not a check: the
+    // contract does not require a version).
+    const string version = module->Version();
+    std::printf("module %s, version %s\n", module->Path().c_str(),
+                version.empty() ? "unknown (no version note)" : version.c_str());
     for (const auto& check : kChecks)
         failed += ReportCheck(check.name, RunInChild([&] { check.run(*module); }));
     return failed;

@@ -47,8 +47,10 @@ int main(int argc, char** argv)
     app.fallthrough();
     app.set_version_flag("--version", std::string("qmxkf ") + QMX_VERSION + " (host runtime " + QMXRuntimeVersion() + ")",
                          "print the tool's and the host runtime's versions and exit");
-    std::string modulePath = ModuleHost::DefaultPath();
-    app.add_option("--module", modulePath, "the keyframe module to load")->capture_default_str();
+    std::string modulePath;
+    app.add_option("--module", modulePath,
+                   "the keyframe module to load (default: libQMXKeyFrame.so from the folders of "
+                   "QMX_MODULE_PATH, else the plug-in folder, else beside the host runtime)");
     std::optional<double> waitSeconds;
     AddNumber(&app, "--wait", waitSeconds, "seconds an edit waits for another edit of the same file (default 10)")
         ->check(CLI::Range(0.0, 86400.0));
