@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
+#include <memory>
 #include <mutex>
 #include <string>
 #include <vector>
@@ -135,7 +136,8 @@ Registry& TheRegistry()
 
 thread_local std::string t_lastModuleError;
 
-// The folder of this runtime's own file, as the loader found it.
+// The folder of this runtime's own file, as the loader found it (through a
+// RUNPATH such as $ORIGIN/../lib), without its dot-dot steps.
 std::string RuntimeFolder()
 {
     Dl_info self{};
@@ -143,7 +145,9 @@ std::string RuntimeFolder()
         return ".";
     const std::string file = self.dli_fname;
     const size_t slash = file.find_last_of('/');
-    return slash == std::string::npos ? "." : slash == 0 ? "/" : file.substr(0, slash);
+    const std::string folder = slash == std::string::npos ? "." : slash == 0 ? "/" : file.substr(0, slash);
+    std::unique_ptr<char, decltype(&std::free)> resolved(realpath(folder.c_str(), nullptr), &std::free);
+    return resolved ? resolved.get() : folder;
 }
 
 // The keyframe module from the first place that has one: the folders of

@@ -22,7 +22,7 @@ grep -qxE "module $good, version [0-9]+\.[0-9]+\.[0-9]+" <<<"$out" || fail "no m
     fail "validate of the module found through QMX_MODULE_PATH differs"
 # A runtime copied elsewhere (and loaded from there) finds the module in its
 # plug-in folder, and lists where it looked when there is none.
-runtime=$(mktemp -d)
+runtime=$(realpath "$(mktemp -d)")
 trap 'rm -rf "$runtime"' EXIT
 cp "$(dirname "$good")"/libQMXHost.so.[0-9] "$runtime"/
 out=$(LD_LIBRARY_PATH=$runtime QMX_MODULE_PATH=/nonexistent "$qmxkf" validate 2>/dev/null)
