@@ -1,16 +1,18 @@
-// Holder of one interface reference. Assignment references the incoming
-// pointer before releasing the old one; destruction releases. Never throws:
-// a throwing Release inside it terminates the process.
+/// @file
+/// The interface reference holder QMXComPtr.
 #pragma once
 
 #include <memory>
 #include <utility>
 
+/// Holder of one interface reference. Assignment references the incoming
+/// pointer before releasing the old one; destruction releases. Never throws:
+/// a throwing Release inside it terminates the process.
 template <typename T>
 class QMXComPtr {
 public:
     QMXComPtr() noexcept : m_p(nullptr) {}
-    // Takes a new reference to `p`.
+    /// Takes a new reference to `p`.
     explicit QMXComPtr(T* p) noexcept : m_p(p)
     {
         if (m_p != nullptr)
@@ -38,8 +40,8 @@ public:
         return *this;
     }
 
-    // Address of the raw pointer, for a creation call to fill; the filled
-    // reference then belongs to the holder. A held reference is released first.
+    /// Address of the raw pointer, for a creation call to fill; the filled
+    /// reference then belongs to the holder. A held reference is released first.
     T** operator&() noexcept
     {
         Reset();
@@ -51,7 +53,7 @@ public:
     T* Get() const noexcept { return m_p; }
     explicit operator bool() const noexcept { return m_p != nullptr; }
 
-    // Releases the held reference, if any.
+    /// Releases the held reference, if any.
     void Reset() noexcept
     {
         T* old = m_p;
@@ -59,7 +61,7 @@ public:
         if (old != nullptr)
             old->Release();
     }
-    // Takes over a reference the caller owns, releasing the one held.
+    /// Takes over a reference the caller owns, releasing the one held.
     void Attach(T* p) noexcept
     {
         T* old = m_p;
@@ -67,7 +69,7 @@ public:
         if (old != nullptr)
             old->Release();
     }
-    // Hands the reference to the caller without releasing it.
+    /// Hands the reference to the caller without releasing it.
     T* Detach() noexcept
     {
         T* p = m_p;

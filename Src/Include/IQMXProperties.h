@@ -1,5 +1,6 @@
-// The host's property bag and the typed value it hands out. Shared by the
-// module and every host; the layouts and slot orders are binary contract.
+/// @file
+/// The host's property bag and the typed value it hands out. Shared by the
+/// module and every host; the layouts and slot orders are binary contract.
 #pragma once
 
 #include <cwchar>
@@ -8,19 +9,20 @@
 
 #include "qmx_unknown.h"
 
-// A typed value in text form. A value of type "CQMXPtr<IUnknown>" owns one
-// reference to the interface whose address its text holds ("Interface:%p").
-// Assignment references only that exact spelling of the type, while
-// destruction releases any spelling that matches it ignoring case; callers
-// rely on this asymmetry. A text without a pointer is never referenced.
+/// A typed value in text form. A value of type "CQMXPtr<IUnknown>" owns one
+/// reference to the interface whose address its text holds ("Interface:%p").
+/// Assignment references only that exact spelling of the type, while
+/// destruction releases any spelling that matches it ignoring case; callers
+/// rely on this asymmetry. A text without a pointer is never referenced.
 class CQMXValue {
 public:
     CQMXValue() = default;
-    // Copies as assignment does, so a copy holds its own reference.
+    /// Copies as assignment does, so a copy holds its own reference.
     CQMXValue(const CQMXValue& other) { *this = other; }
-    virtual ~CQMXValue() { ReleaseUnknownInterface(); }  // slots 0, 1
+    virtual ~CQMXValue() { ReleaseUnknownInterface(); }  ///< slots 0, 1
 
-    virtual CQMXValue& operator=(const CQMXValue& other)  // slot 2
+    /// slot 2
+    virtual CQMXValue& operator=(const CQMXValue& other)
     {
         if (&other == this)
             return *this;
@@ -33,13 +35,14 @@ public:
         }
         return *this;
     }
-    // Compares the texts only; the types are not compared.
-    virtual bool operator==(const CQMXValue& other) const  // slot 3
+    /// Compares the texts only; the types are not compared.
+    /// slot 3
+    virtual bool operator==(const CQMXValue& other) const
     {
         return m_strValue == other.m_strValue;
     }
 
-    // Drops the reference an interface-typed value holds.
+    /// Drops the reference an interface-typed value holds.
     void ReleaseUnknownInterface()
     {
         if (!IsUnknownTypeIgnoringCase())
@@ -54,7 +57,7 @@ public:
 private:
     static constexpr const wchar_t* kUnknownType = L"CQMXPtr<IUnknown>";
 
-    // Allocates nothing: it runs in the destructor, which must not throw.
+    /// Allocates nothing: it runs in the destructor, which must not throw.
     bool IsUnknownTypeIgnoringCase() const
     {
         const size_t length = std::char_traits<wchar_t>::length(kUnknownType);
@@ -67,7 +70,7 @@ private:
         }
         return true;
     }
-    // The interface pointer written in the text; null when the text holds none.
+    /// The interface pointer written in the text; null when the text holds none.
     IUnknown* ParseUnknown() const
     {
         void* pointer = nullptr;
@@ -76,13 +79,13 @@ private:
     }
 };
 
-// A store of named values. Operations after these four may follow in a host's table.
+/// A store of named values. Operations after these four may follow in a host's table.
 class IQMXProperties : public IUnknown {
 public:
-    // Fills `value` with what is stored under `name`.
-    virtual HRESULT GetProperty(const wchar_t* name, CQMXValue* value) = 0;  // 3
-    virtual HRESULT SetInt(const wchar_t* name, int value) = 0;              // 4
-    // Negative when nothing readable as an integer is stored under `name`.
-    virtual HRESULT GetInt(const wchar_t* name, int* value) = 0;             // 5
-    virtual HRESULT SetString(const wchar_t* name, const wchar_t* value) = 0;  // 6
+    /// Fills `value` with what is stored under `name`.
+    virtual HRESULT GetProperty(const wchar_t* name, CQMXValue* value) = 0;  ///< slot 3
+    virtual HRESULT SetInt(const wchar_t* name, int value) = 0;              ///< slot 4
+    /// Negative when nothing readable as an integer is stored under `name`.
+    virtual HRESULT GetInt(const wchar_t* name, int* value) = 0;             ///< slot 5
+    virtual HRESULT SetString(const wchar_t* name, const wchar_t* value) = 0;  ///< slot 6
 };

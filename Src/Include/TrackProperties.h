@@ -1,8 +1,9 @@
-// The six animated properties of a keyframe track, by property key (the
-// track's curve slots 0 to 5): the name of each curve in a property bag, its
-// field in a KeyFrameParam record, and how people see it (title) and give it
-// (command-line option and column, without dashes). The module, the tools
-// and the tests take every property fact from this one table.
+/// @file
+/// The six animated properties of a keyframe track, by property key (the
+/// track's curve slots 0 to 5): the name of each curve in a property bag, its
+/// field in a KeyFrameParam record, and how people see it (title) and give it
+/// (command-line option and column, without dashes). The module, the tools
+/// and the tests take every property fact from this one table.
 #pragma once
 
 #include "IQMXKeyFrame.h"

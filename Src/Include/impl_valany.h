@@ -1,4 +1,5 @@
-// Inline implementation of core::ValAny; included by val_any.h only.
+/// @file
+/// Inline implementation of core::ValAny; included by val_any.h only.
 #pragma once
 
 #include <cstring>

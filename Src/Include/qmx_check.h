@@ -1,5 +1,6 @@
-// Always-on fatal checks: active in every build type, independent of NDEBUG.
-// A failed check prints its condition, function, file and line, then aborts.
+/// @file
+/// Always-on fatal checks: active in every build type, independent of NDEBUG.
+/// A failed check prints its condition, function, file and line, then aborts.
 #pragma once
 
 #include <cstdio>
