@@ -70,7 +70,9 @@ package)
         usr/share/man/man1/qmxkf.1.gz usr/share/bash-completion/completions/qmxkf usr/share/doc/qmxkeyframe/LICENSE; do
         grep -qx "\./$path" <<<"$files" || fail "the package lacks /$path"
     done
-    ! grep -E 'scombase|qmx_saturate|keyframe_process|\.a$' <<<"$files" || fail "the package holds internals"
+    ! grep -E '^\./usr/include/.*(scombase|qmx_saturate|keyframe_process|SegmentMath)|\.a$' <<<"$files" ||
+        fail "the package holds internals"
+    grep -q '^\./usr/share/doc/qmxkeyframe/api/index\.html$' <<<"$files" || fail "the package lacks the API reference"
     dpkg-deb -x "$deb" "$scratch/root"
     check_example "$scratch/root/usr"
     [[ $("$scratch/root/usr/bin/qmxkf" --version) == "qmxkf $version (host runtime $version)" ]] ||
