@@ -77,7 +77,7 @@ package)
     check_example "$scratch/root/usr"
     [[ $("$scratch/root/usr/bin/qmxkf" --version) == "qmxkf $version (host runtime $version)" ]] ||
         fail "the packaged qmxkf reports another version"
-    zcat "$scratch/root/usr/share/man/man1/qmxkf.1.gz" | grep -q '^\.SH' || fail "the manual page is empty"
+    zcat "$scratch/root/usr/share/man/man1/qmxkf.1.gz" | grep -q '^\.SS validate' || fail "the manual page lacks the commands"
     # The completion offers the tool's commands, read from its --help.
     words=$(bash -c 'source "$1"; COMP_WORDS=("$2" va); COMP_CWORD=1; _qmxkf; echo "${COMPREPLY[*]}"' _ \
         "$scratch/root/usr/share/bash-completion/completions/qmxkf" "$scratch/root/usr/bin/qmxkf")

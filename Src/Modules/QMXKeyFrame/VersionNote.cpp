@@ -22,6 +22,7 @@ struct Note {
 
 static_assert(std::string_view("QMX") == qmx::kVersionNoteOwner);
 __attribute__((section(".note.qmx.version"), used, aligned(4)))
-const Note kVersionNote = {sizeof qmx::kVersionNoteOwner, sizeof QMX_VERSION, qmx::kVersionNoteType, "QMX", QMX_VERSION};
+const Note kVersionNote = {sizeof qmx::kVersionNoteOwner, sizeof QMX_VERSION, qmx::kVersionNoteType, "QMX",
+                           QMX_VERSION};
 
 }  // namespace
