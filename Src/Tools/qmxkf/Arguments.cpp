@@ -56,6 +56,35 @@ const CLI::Validator kInteger(
     [](std::string& text) { return PlainInteger(text) ? std::string() : Refusal(text, "a whole decimal number"); },
     "");
 
+// Reads "KIND" (every property) or "PROPERTY=KIND" into `kinds`; the
+// refusal in words otherwise.
+std::string ReadKind(const std::string& text, KindOptions& kinds)
+{
+    const size_t equals = text.find('=');
+    const std::string name = equals == std::string::npos ? text : text.substr(equals + 1);
+    int property = -1;
+    if (equals != std::string::npos) {
+        const std::string given = text.substr(0, equals);
+        for (int p = 0; p < 6; ++p)
+            if (given == kProperties[p].option)
+                property = p;
+        if (property < 0)
+            return Quoted(given) + " is no property (angle, x, y, opacity, scale-x, scale-y)";
+    }
+    for (int kind = 0; kind < int(std::size(kKindNames)); ++kind) {
+        if (name != kKindNames[kind])
+            continue;
+        if (kind >= kAutomaticKindCount)
+            return "kind " + name + " keeps tangents as a file gives them; the tool sets only the kinds whose "
+                                    "tangents the module computes";
+        for (int p = 0; p < 6; ++p)
+            if (property < 0 || p == property)
+                kinds[p] = kind;
+        return "";
+    }
+    return Quoted(name) + " is no kind (constant, linear, smooth-clamped, smooth, spline, flat)";
+}
+
 }  // namespace
 
 CLI::Option* AddNumber(CLI::App* command, const std::string& name, std::optional<double>& target,
@@ -103,6 +132,23 @@ void AddEditCommands(CLI::App& app, Edit& edit, std::string* file, const std::fu
         for (int p = 0; p < 6; ++p)
             AddNumber(cmd, std::string("--") + kProperties[p].option, edit.values.values[p], kProperties[p].title);
     };
+    const auto kinds = [&](CLI::App* cmd) {
+        cmd->add_option_function<std::vector<std::string>>(
+               "--kind",
+               [&edit](const std::vector<std::string>& texts) {
+                   for (const std::string& text : texts)
+                       ReadKind(text, edit.kinds);
+               },
+               "the key's kind on every property (KIND) or on one (PROPERTY=KIND); repeatable. Kinds: constant, "
+               "linear, smooth-clamped, smooth, spline, flat")
+            ->check(CLI::Validator(
+                [](std::string& text) {
+                    KindOptions ignored;
+                    return ReadKind(text, ignored);
+                },
+                ""))
+            ->type_name("[PROPERTY=]KIND");
+    };
     const auto index = [&](CLI::App* cmd) {
         AddInteger(cmd, "INDEX", edit.index, "key index, from 0 in time order")->required();
     };
@@ -113,11 +159,13 @@ void AddEditCommands(CLI::App& app, Edit& edit, std::string* file, const std::fu
                             "track (or neutral)");
     AddNumber(cmd, "--at", edit.at, "key time in seconds")->required();
     values(cmd);
+    kinds(cmd);
 
     cmd = command("set", Edit::Verb::Set, "change a key's values (and, with --at, its time)");
     index(cmd);
     AddNumber(cmd, "--at", edit.at, "new key time in seconds");
     values(cmd);
+    kinds(cmd);
     cmd->add_flag("--replace", edit.replace, replace);
 
     cmd = command("move", Edit::Verb::Move, "move a key to another time");

@@ -1,9 +1,16 @@
 #include "Commands.h"
 
+#include <algorithm>
+#include <cerrno>
 #include <climits>
 #include <cmath>
 #include <cstdio>
+#include <cstring>
+#include <fstream>
+#include <iostream>
+#include <iterator>
 
+#include "KeyData.h"
 #include "Output.h"
 #include "Project.h"
 #include "Properties.h"
@@ -43,6 +50,28 @@ long long FrameAtOrBefore(double seconds, int rate)
     const double frames = seconds * rate;
     const double nearest = std::round(frames);
     return static_cast<long long>(std::fabs(frames - nearest) < 1e-9 * rate ? nearest : std::floor(frames));
+}
+
+std::string Join(const std::vector<std::string>& cells, const char* separator)
+{
+    std::string text;
+    for (const std::string& cell : cells)
+        text += (text.empty() ? "" : separator) + cell;
+    return text;
+}
+
+// The kind most properties have, then the others' own ("smooth,
+// opacity=constant"); one word where all six agree.
+std::string CompactKinds(const std::vector<std::string>& kinds)
+{
+    const auto count = [&](const std::string& kind) { return std::count(kinds.begin(), kinds.end(), kind); };
+    const std::string most = *std::max_element(kinds.begin(), kinds.end(),
+                                               [&](const auto& a, const auto& b) { return count(a) < count(b); });
+    std::vector<std::string> cells = {most};
+    for (size_t p = 0; p < kinds.size(); ++p)
+        if (kinds[p] != most)
+            cells.push_back(std::string(kProperties[p].option) + "=" + kinds[p]);
+    return Join(cells, ", ");
 }
 
 }  // namespace
@@ -87,10 +116,18 @@ int CommandCheck(const ModuleHost& module, const std::string& file)
     return problems.empty() ? 0 : 1;
 }
 
-void CommandList(const ModuleHost& module, const std::string& file, int rate)
+void CommandList(const ModuleHost& module, const std::string& file, int rate, SampleFormat format)
 {
     Project project(module, file, Project::Open::Read);
-    Table table(stdout, Header({"index", "time", "frame"}));
+    const TrackKeys keys = project.Keys();
+    std::vector<std::string> header = Header({"index", "time", "frame"});
+    if (format == SampleFormat::Table)
+        header.push_back("kind");
+    else
+        for (const Property& property : kProperties)
+            header.push_back(std::string(property.option) + "-kind");
+    Table table(stdout, header);
+    std::string text = format == SampleFormat::Csv ? Join(header, ",") + "\n" : "[";
     for (int i = 0, count = project.KeyCount(); i < count; ++i) {
         const KeyFrameParam key = project.Key(i);
         int frame = 0;
@@ -98,9 +135,80 @@ void CommandList(const ModuleHost& module, const std::string& file, int rate)
         std::vector<std::string> row = {std::to_string(i), Number(key.dPosition), std::to_string(frame)};
         for (std::string& value : Values(key))
             row.push_back(std::move(value));
-        table.Add(std::move(row));
+        std::vector<std::string> kinds;
+        for (int p = 0; p < 6; ++p)
+            kinds.push_back(kKindNames[keys[p][i].kind]);
+        if (format == SampleFormat::Table) {
+            row.push_back(CompactKinds(kinds));
+            table.Add(std::move(row));
+            continue;
+        }
+        row.insert(row.end(), kinds.begin(), kinds.end());
+        if (format == SampleFormat::Csv) {
+            text += Join(row, ",") + "\n";
+            continue;
+        }
+        text += std::string(i == 0 ? "\n" : ",\n") + "  {";
+        for (size_t c = 0; c < row.size(); ++c) {
+            const bool quoted = c >= header.size() - 6;  // the kinds
+            text += (c == 0 ? "\"" : ",\"") + header[c] + "\":" + (quoted ? "\"" + row[c] + "\"" : row[c]);
+        }
+        text += "}";
     }
-    table.Finish();
+    if (format == SampleFormat::Table) {
+        table.Finish();
+        return;
+    }
+    if (format == SampleFormat::Json)
+        text += project.KeyCount() > 0 ? "\n]\n" : "]\n";
+    Write(stdout, text);
+}
+
+void CommandExport(const ModuleHost& module, const std::string& file, ExportFormat format, double rate)
+{
+    Project project(module, file, Project::Open::Read);
+    const TrackKeys keys = project.Keys();
+    switch (format) {
+    case ExportFormat::Csv:
+        return Write(stdout, WriteKeysCsv(keys));
+    case ExportFormat::Json:
+        return Write(stdout, WriteKeysJson(keys));
+    default:
+        throw ToolError("not built yet");
+    }
+}
+
+void CommandImport(const ModuleHost& module, const std::string& file, const std::string& data, int waitMilliseconds)
+{
+    const std::string source = data == "-" ? "standard input" : data;
+    std::string text;
+    if (data == "-") {
+        text.assign(std::istreambuf_iterator<char>(std::cin), std::istreambuf_iterator<char>());
+    } else {
+        std::ifstream in(data, std::ios::binary);
+        if (!in)
+            throw ToolError(data + ": " + std::strerror(errno));
+        text.assign(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+    }
+    const TrackKeys keys = ReadKeys(text, source);
+    Project project(module, file, Project::Open::Edit, waitMilliseconds);
+    project.EditCurves([&](const Project::Curves& curves) {
+        for (int p = 0; p < 6; ++p) {
+            core::ValAny low, high;
+            curves[p]->GetValueRange(low, high);
+            std::string nodes;
+            for (const KeyRecord& key : keys[p])
+                nodes += (nodes.empty() ? "[" : ",[") + Number(key.time) + "," + Number(key.value) + "," +
+                         std::to_string(key.kind) + "," + Number(key.left) + "," + Number(key.right) + "]";
+            const std::string curve = "{\"MaxValue\":" + Number(high.Get<double>()) + ",\"MinValue\":" +
+                                      Number(low.Get<double>()) + ",\"ParamType\":0,\"nodes\":" +
+                                      (nodes.empty() ? "null" : "[" + nodes + "]") + "}\n";
+            curves[p]->Clear();
+            curves[p]->Desialize(curve.c_str());
+        }
+    });
+    project.Save();
+    std::printf("imported %zu keys into %s from %s\n", keys[0].size(), file.c_str(), source.c_str());
 }
 
 void CommandSample(const ModuleHost& module, const std::string& file, int rate, std::optional<double> from,

@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <iterator>
 
 #include "Commands.h"
 #include "Plot.h"
@@ -24,6 +25,16 @@ constexpr KeyFrameParam kCard[] = {{0.0, -30.0, -800.0, 120.0, 0.3, 0.3, 0.0},
                                    {1.2, 0.0, 0.0, 0.0, 1.0, 1.0, 1.0},
                                    {2.5, 0.0, 0.0, 0.0, 1.0, 1.0, 1.0},
                                    {3.0, 0.0, 0.0, -20.0, 1.1, 1.1, 0.0}};
+// The easing of each key (the segment it starts, and its tangents): the card
+// eases in, swings through its overshoot, holds flat, and fades out in an
+// ease; its opacity snaps on at the first key's end.
+constexpr core::KeyframeInterpolationType kCardKinds[] = {
+    core::eKeyframeTypeSmoothClamped, core::eKeyframeTypeSmooth, core::eKeyframeTypeFlat,
+    core::eKeyframeTypeSmoothClamped, core::eKeyframeTypeLinear};
+constexpr int kOpacity = 3;
+constexpr core::KeyframeInterpolationType kOpacityKinds[] = {
+    core::eKeyframeTypeConstant, core::eKeyframeTypeFlat, core::eKeyframeTypeFlat, core::eKeyframeTypeSmoothClamped,
+    core::eKeyframeTypeLinear};
 
 void MakeDirectory(const std::string& dir)
 {
@@ -44,10 +55,15 @@ void CommandDemo(const ModuleHost& module, const std::string& dir)
             int index = -1;
             project.Track().AddKeyFrame(key, index);
         }
+        project.EditCurves([](const Project::Curves& curves) {
+            for (int p = 0; p < 6; ++p)
+                for (int key = 0; key < int(std::size(kCard)); ++key)
+                    curves[p]->SetPointInterpolationType(key, (p == kOpacity ? kOpacityKinds : kCardKinds)[key]);
+        });
         project.Save();
     }
     std::printf("Saved a title card flying in: %s\n\nIts keys, read back from the file (30 fps):\n", file.c_str());
-    CommandList(module, file, 30);
+    CommandList(module, file, 30, SampleFormat::Table);
     std::printf("\nIts first second, sampled at 10 fps:\n");
     CommandSample(module, file, 10, 0.0, 1.0, SampleFormat::Table);
     std::printf("\n");

@@ -1,5 +1,6 @@
 #include "Edits.h"
 
+#include <algorithm>
 #include <cmath>
 
 #include "Output.h"
@@ -145,6 +146,26 @@ std::string Clear(Project& project)
     return "cleared " + std::to_string(count) + " keys";
 }
 
+// Gives key `index` the kinds asked for, through the curves: the module
+// recomputes the key's tangents and its neighbours' on each property whose
+// kind changes. Returns what changed, for the edit's report.
+std::string SetKinds(Project& project, int index, const KindOptions& kinds)
+{
+    std::string changed;
+    project.EditCurves([&](const Project::Curves& curves) {
+        for (int p = 0; p < 6; ++p) {
+            if (!kinds[p] || curves[p]->GetInterpolationType(index) == *kinds[p])
+                continue;
+            RequireRecomputable(project, index - 1, p, true);
+            RequireRecomputable(project, index + 1, p, true);
+            curves[p]->SetPointInterpolationType(index, static_cast<core::KeyframeInterpolationType>(*kinds[p]));
+            changed += std::string(changed.empty() ? ", kinds " : " ") + kProperties[p].option + "=" +
+                       kKindNames[*kinds[p]];
+        }
+    });
+    return changed;
+}
+
 }  // namespace
 
 void ValueOptions::ApplyTo(KeyFrameParam& key) const
@@ -156,11 +177,18 @@ void ValueOptions::ApplyTo(KeyFrameParam& key) const
 
 std::string ApplyEdit(Project& project, const Edit& edit)
 {
+    const bool kinds = std::any_of(edit.kinds.begin(), edit.kinds.end(), [](auto kind) { return kind.has_value(); });
     switch (edit.verb) {
-    case Edit::Verb::Add:
-        return Add(project, edit.at.value(), edit.values);
-    case Edit::Verb::Set:
-        return Set(project, edit.index, edit.at, edit.values, edit.replace);
+    case Edit::Verb::Add: {
+        std::string done = Add(project, edit.at.value(), edit.values);
+        return kinds ? done + SetKinds(project, project.Track().GetKeyFrameIndex(*edit.at), edit.kinds) : done;
+    }
+    case Edit::Verb::Set: {
+        std::string done = Set(project, edit.index, edit.at, edit.values, edit.replace);
+        const double time = edit.at.value_or(0.0);
+        const int index = edit.at ? project.Track().GetKeyFrameIndex(time) : edit.index;
+        return kinds ? done + SetKinds(project, index, edit.kinds) : done;
+    }
     case Edit::Verb::Move:
         return Move(project, edit.index, edit.at.value(), edit.replace);
     case Edit::Verb::Delete:

@@ -4,6 +4,7 @@
 // refused before the track is touched.
 #pragma once
 
+#include <array>
 #include <optional>
 #include <string>
 
@@ -19,12 +20,17 @@ struct ValueOptions {
     bool Given(int property) const { return values[property].has_value(); }
 };
 
+// Kinds given for the six properties (core::KeyframeInterpolationType, one
+// of the automatic kinds); the others stay as they are.
+using KindOptions = std::array<std::optional<int>, 6>;
+
 struct Edit {
     enum class Verb { Add, Set, Move, Delete, Clear };
     Verb verb = Verb::Add;
     int index = 0;             // set, move, delete: the key
     std::optional<double> at;  // add: the key's time; set: its new time; move: --to
     ValueOptions values;       // add, set
+    KindOptions kinds;         // add, set
     bool replace = false;      // set, move: a key already at the new time may be replaced
 };
 

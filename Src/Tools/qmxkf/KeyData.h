@@ -4,6 +4,7 @@
 #pragma once
 
 #include <array>
+#include <string>
 #include <vector>
 
 #include "Properties.h"
@@ -24,5 +25,19 @@ struct KeyRecord {
 // The keys of each property, in kProperties order; all six hold the same
 // times (the track keeps its curves in lockstep).
 using TrackKeys = std::array<std::vector<KeyRecord>, qmx::kTrackPropertyCount>;
+
+// The keys as CSV (a header, then one row per property and key: property,
+// index, time, value, kind, left, right) or as JSON ({"format": "qmx-keys",
+// "version": 1, "properties": {"angle": [{"time", "value", "kind", "left",
+// "right"}, ...], ...}}); numbers in their shortest exact spelling, kinds by
+// name.
+std::string WriteKeysCsv(const TrackKeys& keys);
+std::string WriteKeysJson(const TrackKeys& keys);
+
+// Reads keys written in either form (JSON when the text starts with '{').
+// Throws ToolError naming `source`, the line or property and the key for
+// anything that is not such keys: every number finite, the kinds known, the
+// times of each property rising and the same on all six.
+TrackKeys ReadKeys(const std::string& text, const std::string& source);
 
 }  // namespace qmxkf

@@ -52,17 +52,61 @@ Project::Project(const ModuleHost& module, const std::string& path, Open mode, i
                         (more > 0 ? " (and " + std::to_string(more) + " more: see qmxkf check)" : ""));
     }
     m_storage->ReadFrom(m_bag.Get());
+    RememberFixedKinds(stored.curves);
+}
+
+void Project::RememberFixedKinds(const std::array<QMXComPtr<core::IKeyFrame>, 6>& curves)
+{
+    m_fixedKinds.clear();
     for (int key = 0, count = KeyCount(); key < count; ++key) {
         for (int p = 0; p < 6; ++p) {
-            const int kind = stored.curves[p]->GetInterpolationType(key);
+            const int kind = curves[p]->GetInterpolationType(key);
             if (kind != core::eKeyframeTypeFree && kind != core::eKeyframeTypeNone)
                 continue;
-            auto [entry, added] = m_fixedKinds.try_emplace(stored.curves[0]->GetPointTime(key));
+            auto [entry, added] = m_fixedKinds.try_emplace(curves[0]->GetPointTime(key));
             if (added)
                 entry->second.fill(-1);
             entry->second[p] = kind;
         }
     }
+}
+
+std::array<QMXComPtr<core::IKeyFrame>, 6> Project::ReadCurves()
+{
+    RemoveSegments(m_bag.Get());
+    m_storage->WriteTo(m_bag.Get());
+    StoredTrack stored = ReadStoredTrack(*m_module, m_bag.Get(), -1);
+    if (!stored.problems.empty())
+        throw ToolError(stored.problems.front());
+    return stored.curves;
+}
+
+void Project::EditCurves(const std::function<void(const Curves&)>& edit)
+{
+    const std::array<QMXComPtr<core::IKeyFrame>, 6> curves = ReadCurves();
+    Curves faces;
+    for (int p = 0; p < 6; ++p)
+        faces[p] = curves[p].Get();
+    edit(faces);
+    for (int p = 0; p < 6; ++p)
+        WriteCurveText(m_bag.Get(), p, curves[p]->Serialize());
+    m_storage->ReadFrom(m_bag.Get());
+    RememberFixedKinds(curves);
+}
+
+TrackKeys Project::Keys()
+{
+    const std::array<QMXComPtr<core::IKeyFrame>, 6> curves = ReadCurves();
+    TrackKeys keys;
+    for (int p = 0; p < 6; ++p) {
+        for (int i = 0, count = curves[p]->GetKeyFramesCount(); i < count; ++i) {
+            KeyRecord key{curves[p]->GetPointTime(i), curves[p]->GetPointValue(i).Get<double>(),
+                          curves[p]->GetInterpolationType(i), 0.0, 0.0};
+            curves[p]->GetPointControlParam(i, key.left, key.right);
+            keys[p].push_back(key);
+        }
+    }
+    return keys;
 }
 
 std::vector<std::string> Project::Check(const ModuleHost& module, const std::string& path)

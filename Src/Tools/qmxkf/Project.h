@@ -5,11 +5,14 @@
 #pragma once
 
 #include <array>
+#include <functional>
 #include <map>
 #include <string>
 #include <vector>
 
+#include "IKeyFrame.h"
 #include "IQMXKeyFrame.h"
+#include "KeyData.h"
 #include "ModuleHost.h"
 #include "QMXComPtr.h"
 
@@ -48,12 +51,27 @@ public:
     void Forget(double time) { m_fixedKinds.erase(time); }
     void ForgetAll() { m_fixedKinds.clear(); }
 
+    using Curves = std::array<core::IKeyFrame*, qmx::kTrackPropertyCount>;
+    // Runs `edit` on the track's six curves, as the module reads them back
+    // from the track's texts, and has the track take the curves as `edit`
+    // leaves them: the way to what the track's own interface does not offer
+    // (a key's kind, keys as data). `edit` throws ToolError to change nothing.
+    void EditCurves(const std::function<void(const Curves&)>& edit);
+    // Every key of every property, as the curves store them.
+    TrackKeys Keys();
+
     // Writes the track into the bag, checks that the bag now holds a track
     // that reads back whole, then saves the bag to disk (see
     // QMXSaveFileProperties). Throws ToolError, leaving the file as it was.
     void Save();
 
 private:
+    // The track's curves as its texts in the bag read back (the bag is
+    // brought up to date with the track first).
+    std::array<QMXComPtr<core::IKeyFrame>, 6> ReadCurves();
+    // Notes the keys of kind free or none (see FixedKind).
+    void RememberFixedKinds(const std::array<QMXComPtr<core::IKeyFrame>, 6>& curves);
+
     const ModuleHost* m_module;
     std::string m_path;
     QMXComPtr<IQMXProperties> m_bag;

@@ -15,8 +15,10 @@ inline constexpr const auto& kProperties = qmx::kTrackProperties;
 // Key kinds by their number in a curve: the six automatic kinds, then free
 // (tangents kept as given) and none, which the module never recomputes
 // (core::eKeyframeTypeFree and core::eKeyframeTypeNone).
-inline constexpr const char* kKindNames[8] = {"constant", "linear", "smooth clamped", "smooth",
+inline constexpr const char* kKindNames[8] = {"constant", "linear", "smooth-clamped", "smooth",
                                               "spline",   "flat",   "free",           "none"};
+// The kinds the tool sets: the automatic ones, whose tangents the module keeps.
+inline constexpr int kAutomaticKindCount = 6;
 
 // Identity transform: the values of a first key where none are given.
 inline constexpr KeyFrameParam kNeutral = {0.0, 0.0, 0.0, 0.0, 1.0, 1.0, 1.0};

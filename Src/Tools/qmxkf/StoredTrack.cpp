@@ -209,11 +209,34 @@ StoredTrack ReadStoredTrack(const ModuleHost& module, IQMXProperties* bag, long 
     return track;
 }
 
+namespace {
+
+void RemoveSegmentsOf(IQMXProperties* bag, int property)
+{
+    for (int segment = 0; QMXRemoveProperty(bag, SegmentName(property, segment).c_str()) == S_OK; ++segment) {
+    }
+}
+
+}  // namespace
+
 void RemoveSegments(IQMXProperties* bag)
 {
     for (int p = 0; p < 6; ++p)
-        for (int segment = 0; QMXRemoveProperty(bag, SegmentName(p, segment).c_str()) == S_OK; ++segment) {
-        }
+        RemoveSegmentsOf(bag, p);
+}
+
+void WriteCurveText(IQMXProperties* bag, int property, const std::string& text)
+{
+    RemoveSegmentsOf(bag, property);
+    const std::wstring wide(text.begin(), text.end());  // curve texts are ASCII
+    const size_t stored = wide.size() + 1;              // with the terminating zero
+    const int count = static_cast<int>(stored / kSegmentLength + 1);
+    bag->SetInt(kProperties[property].bagName, count);
+    for (int segment = 0; segment < count; ++segment) {
+        const size_t start = segment * kSegmentLength;
+        if (start < stored)
+            bag->SetString(SegmentName(property, segment).c_str(), wide.substr(start, kSegmentLength).c_str());
+    }
 }
 
 }  // namespace qmxkf

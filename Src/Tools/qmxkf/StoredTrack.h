@@ -33,4 +33,8 @@ StoredTrack ReadStoredTrack(const ModuleHost& module, IQMXProperties* bag, long 
 // save leaves none of an earlier, longer save behind.
 void RemoveSegments(IQMXProperties* bag);
 
+// Stores `text` as property `property`'s curve text, in the layout the track
+// writes (its segments of that property removed first).
+void WriteCurveText(IQMXProperties* bag, int property, const std::string& text);
+
 }  // namespace qmxkf

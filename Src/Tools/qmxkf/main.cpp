@@ -90,18 +90,48 @@ int main(int argc, char** argv)
     AddFile(cmd, file);
     cmd->callback([&] { run = [&](const ModuleHost& m) { return CommandCheck(m, file); }; });
 
-    cmd = app.add_subcommand("list", "print the keys: index, time, frame and the six values");
+    const std::map<std::string, SampleFormat> formats = {
+        {"table", SampleFormat::Table}, {"csv", SampleFormat::Csv}, {"json", SampleFormat::Json}};
+    cmd = app.add_subcommand("list", "print the keys: index, time, frame, the six values and their kinds");
     AddFile(cmd, file);
     AddRate(cmd, rate)->capture_default_str();
-    cmd->callback([&] { run = [&](const ModuleHost& m) { return CommandList(m, file, rate), 0; }; });
+    cmd->add_option("--format", format, "table, csv or json")->check(CLI::IsMember({"table", "csv", "json"}))
+        ->capture_default_str();
+    cmd->callback([&] {
+        run = [&](const ModuleHost& m) { return CommandList(m, file, rate, formats.at(format)), 0; };
+    });
+
+    const std::map<std::string, ExportFormat> exportFormats = {
+        {"csv", ExportFormat::Csv}, {"json", ExportFormat::Json}, {"css", ExportFormat::Css},
+        {"waapi", ExportFormat::Waapi}, {"lottie", ExportFormat::Lottie}};
+    std::string exportFormat;
+    std::optional<double> exportRate;
+    cmd = app.add_subcommand("export", "write every property's keys (csv, json: time, value, kind, tangents), or the "
+                                       "track as a web animation (css, waapi: Web Animations JSON, lottie)");
+    AddFile(cmd, file);
+    cmd->add_option("--format", exportFormat, "csv, json, css, waapi or lottie")
+        ->required()
+        ->check(CLI::IsMember({"csv", "json", "css", "waapi", "lottie"}));
+    AddNumber(cmd, "--rate", exportRate, "frames per second of a lottie export (default 30)")
+        ->check(CLI::Range(1e-3, 1e6));
+    cmd->callback([&] {
+        run = [&](const ModuleHost& m) {
+            return CommandExport(m, file, exportFormats.at(exportFormat), exportRate.value_or(30.0)), 0;
+        };
+    });
+
+    std::string data;
+    cmd = app.add_subcommand("import", "replace the keys by those of a csv or json file written by export, in one "
+                                       "save");
+    AddFile(cmd, file);
+    cmd->add_option("DATA", data, "the keys, or - for standard input")->required();
+    cmd->callback([&] { run = [&](const ModuleHost& m) { return CommandImport(m, file, data, wait()), 0; }; });
 
     cmd = app.add_subcommand("sample", "print every frame's six values");
     AddFile(cmd, file);
     AddRate(cmd, rate)->required();
     AddNumber(cmd, "--from", from, "first time in seconds (default: the first key)");
     AddNumber(cmd, "--to", until, "last time in seconds (default: the last key)");
-    const std::map<std::string, SampleFormat> formats = {
-        {"table", SampleFormat::Table}, {"csv", SampleFormat::Csv}, {"json", SampleFormat::Json}};
     cmd->add_option("--format", format, "table, csv or json")->check(CLI::IsMember({"table", "csv", "json"}))
         ->capture_default_str();
     cmd->callback([&] {
