@@ -37,7 +37,8 @@ const qmxkf::ModuleHost& Module()
 }
 
 // An edit of the kinds that reach the edge cases: indexes just outside the
-// track, times on, between and far from its keys, values near the limits.
+// track, times on, between and far from its keys, values near the limits,
+// a key's kind changed on some properties.
 qmxkf::Edit RandomEdit(std::mt19937_64& random, qmxkf::Project& project)
 {
     const auto pick = [&](int n) { return static_cast<int>(random() % unsigned(n)); };
@@ -59,6 +60,9 @@ qmxkf::Edit RandomEdit(std::mt19937_64& random, qmxkf::Project& project)
     for (auto& value : edit.values.values)
         if (pick(3) == 0)
             value = values[pick(8)];
+    for (auto& kind : edit.kinds)
+        if (pick(4) == 0)
+            kind = pick(qmxkf::kAutomaticKindCount);
     return edit;
 }
 

@@ -178,17 +178,26 @@ void ValueOptions::ApplyTo(KeyFrameParam& key) const
 std::string ApplyEdit(Project& project, const Edit& edit)
 {
     const bool kinds = std::any_of(edit.kinds.begin(), edit.kinds.end(), [](auto kind) { return kind.has_value(); });
+    if (kinds && (edit.verb == Edit::Verb::Add || edit.verb == Edit::Verb::Set)) {
+        // Two steps, the values through the track, then the kinds through
+        // the curves: a refusal of the second takes back the first.
+        const Project::Checkpoint before = project.Mark();
+        try {
+            const bool add = edit.verb == Edit::Verb::Add;
+            const std::string done = add ? Add(project, edit.at.value(), edit.values)
+                                         : Set(project, edit.index, edit.at, edit.values, edit.replace);
+            const int index = edit.at ? project.Track().GetKeyFrameIndex(*edit.at) : edit.index;
+            return done + SetKinds(project, index, edit.kinds);
+        } catch (const ToolError&) {
+            project.Restore(before);
+            throw;
+        }
+    }
     switch (edit.verb) {
-    case Edit::Verb::Add: {
-        std::string done = Add(project, edit.at.value(), edit.values);
-        return kinds ? done + SetKinds(project, project.Track().GetKeyFrameIndex(*edit.at), edit.kinds) : done;
-    }
-    case Edit::Verb::Set: {
-        std::string done = Set(project, edit.index, edit.at, edit.values, edit.replace);
-        const double time = edit.at.value_or(0.0);
-        const int index = edit.at ? project.Track().GetKeyFrameIndex(time) : edit.index;
-        return kinds ? done + SetKinds(project, index, edit.kinds) : done;
-    }
+    case Edit::Verb::Add:
+        return Add(project, edit.at.value(), edit.values);
+    case Edit::Verb::Set:
+        return Set(project, edit.index, edit.at, edit.values, edit.replace);
     case Edit::Verb::Move:
         return Move(project, edit.index, edit.at.value(), edit.replace);
     case Edit::Verb::Delete:

@@ -94,6 +94,20 @@ void Project::EditCurves(const std::function<void(const Curves&)>& edit)
     RememberFixedKinds(curves);
 }
 
+Project::Checkpoint Project::Mark()
+{
+    Checkpoint checkpoint{QMXComPtr<IQMXProperties>(), m_fixedKinds};
+    checkpoint.bag.Attach(QMXCreateMemoryProperties());
+    m_storage->WriteTo(checkpoint.bag.Get());
+    return checkpoint;
+}
+
+void Project::Restore(const Checkpoint& checkpoint)
+{
+    m_storage->ReadFrom(checkpoint.bag.Get());
+    m_fixedKinds = checkpoint.fixedKinds;
+}
+
 TrackKeys Project::Keys()
 {
     const std::array<QMXComPtr<core::IKeyFrame>, 6> curves = ReadCurves();

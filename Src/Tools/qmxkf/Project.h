@@ -60,6 +60,15 @@ public:
     // Every key of every property, as the curves store them.
     TrackKeys Keys();
 
+    // The track as it is now, to go back to when an edit made of several
+    // steps is refused after its first.
+    struct Checkpoint {
+        QMXComPtr<IQMXProperties> bag;
+        std::map<double, std::array<int, 6>> fixedKinds;
+    };
+    Checkpoint Mark();
+    void Restore(const Checkpoint& checkpoint);
+
     // Writes the track into the bag, checks that the bag now holds a track
     // that reads back whole, then saves the bag to disk (see
     // QMXSaveFileProperties). Throws ToolError, leaving the file as it was.
