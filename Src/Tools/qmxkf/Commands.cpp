@@ -15,6 +15,7 @@
 #include "Project.h"
 #include "Properties.h"
 #include "ToolError.h"
+#include "WebExport.h"
 
 namespace qmxkf {
 
@@ -173,8 +174,12 @@ void CommandExport(const ModuleHost& module, const std::string& file, ExportForm
         return Write(stdout, WriteKeysCsv(keys));
     case ExportFormat::Json:
         return Write(stdout, WriteKeysJson(keys));
-    default:
-        throw ToolError("not built yet");
+    case ExportFormat::Css:
+        return Write(stdout, WriteWebExport(keys, WebFormat::Css, rate, file));
+    case ExportFormat::Waapi:
+        return Write(stdout, WriteWebExport(keys, WebFormat::Waapi, rate, file));
+    case ExportFormat::Lottie:
+        return Write(stdout, WriteWebExport(keys, WebFormat::Lottie, rate, file));
     }
 }
 
