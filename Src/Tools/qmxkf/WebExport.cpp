@@ -301,7 +301,9 @@ std::string Lottie(const TrackKeys& keys, double t0, double span, double rate, c
 {
     if (!(rate > 0) || !std::isfinite(rate))
         throw ToolError("--rate " + Number(rate) + ": the frame rate must be a positive number");
-    const double op = std::max(1.0, std::ceil(span * rate));
+    // The out point lies past the last key's frame: a player stops updating
+    // a layer at its out point, so the last key must fall before it.
+    const double op = std::floor(span * rate) + 1;
     if (!std::isfinite(op))
         throw ToolError(source + ": the track's span of " + Number(span) + " s holds too many frames to export");
     const bool animated = keys[0].size() >= 2;
