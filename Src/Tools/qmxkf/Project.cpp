@@ -99,6 +99,12 @@ Project::Checkpoint Project::Mark()
     Checkpoint checkpoint{QMXComPtr<IQMXProperties>(), m_fixedKinds};
     checkpoint.bag.Attach(QMXCreateMemoryProperties());
     m_storage->WriteTo(checkpoint.bag.Get());
+    // The track comes back from its texts exactly only when they read back
+    // whole; a track that does not (an earlier edit of the same script made
+    // it unsaveable) takes no edit that might need taking back.
+    const StoredTrack stored = ReadStoredTrack(*m_module, checkpoint.bag.Get(), -1);
+    if (!stored.problems.empty())
+        throw ToolError(stored.problems.front());
     return checkpoint;
 }
 

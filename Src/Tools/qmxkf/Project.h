@@ -61,7 +61,8 @@ public:
     TrackKeys Keys();
 
     // The track as it is now, to go back to when an edit made of several
-    // steps is refused after its first.
+    // steps is refused after its first. Throws ToolError when the track's
+    // texts do not read back whole (they could not bring it back exactly).
     struct Checkpoint {
         QMXComPtr<IQMXProperties> bag;
         std::map<double, std::array<int, 6>> fixedKinds;
