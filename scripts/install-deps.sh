@@ -8,6 +8,7 @@ packages=(
     libjsoncpp-dev libgtest-dev libgmock-dev libbenchmark-dev libcli11-dev libcairo2-dev libexpat1-dev
     valgrind clang libclang-rt-14-dev
     doxygen help2man dpkg-dev file
+    python3-dev pybind11-dev python3-numpy python3-pytest
 )
 
 missing=()
