@@ -54,14 +54,14 @@ public:
         return KindObject(m_curve->GetInterpolationType(KeyIndex(index, m_curve->GetKeyFramesCount())));
     }
 
-    py::object Value(py::handle time, bool clamp)
+    py::object Value(py::object time, bool clamp)
     {
         const double t = Number(time, "the time", false);
         std::lock_guard<std::mutex> lock(m_mutex);
         return ValueObject(m_curve->GetValue(t, clamp));
     }
 
-    py::object IndexAt(py::handle time)
+    py::object IndexAt(py::object time)
     {
         const double t = Number(time, "the time", false);
         std::lock_guard<std::mutex> lock(m_mutex);
@@ -126,7 +126,7 @@ public:
 
     // ---- editing ----
 
-    int Add(py::handle time, py::handle value, py::handle kind)
+    int Add(py::object time, py::object value, py::object kind)
     {
         const double t = Number(time, "a key's time");
         const core::ValAny v = ValueArgument(value);
@@ -157,7 +157,7 @@ public:
         m_curve->RemovePoint(i);
     }
 
-    void SetValue(int64_t index, py::handle value)
+    void SetValue(int64_t index, py::object value)
     {
         const core::ValAny v = ValueArgument(value);
         std::lock_guard<std::mutex> lock(m_mutex);
@@ -168,7 +168,7 @@ public:
         m_curve->SetPointValue(i, v);
     }
 
-    void SetTime(int64_t index, py::handle time, bool replace)
+    void SetTime(int64_t index, py::object time, bool replace)
     {
         const double t = Number(time, "a key's time");
         std::lock_guard<std::mutex> lock(m_mutex);
@@ -189,7 +189,7 @@ public:
         m_curve->SetPointTime(i, t);
     }
 
-    void SetKind(int64_t index, py::handle kind)
+    void SetKind(int64_t index, py::object kind)
     {
         const core::KeyframeInterpolationType k = KindArgument(kind);
         std::lock_guard<std::mutex> lock(m_mutex);
@@ -204,7 +204,7 @@ public:
         m_curve->SetPointInterpolationType(i, k);
     }
 
-    void SetTangents(int64_t index, py::handle left, py::handle right)
+    void SetTangents(int64_t index, py::object left, py::object right)
     {
         const double l = Number(left, "the left tangent"), r = Number(right, "the right tangent");
         std::lock_guard<std::mutex> lock(m_mutex);

@@ -301,4 +301,7 @@ naming another afterwards raises qmx.Error.)");
     BindCurve(m);
     BindTrack(m);
     BindProject(m);
+    // Shown as the package's own classes (help(qmx.Track) says "in module qmx").
+    for (const char* name : {"Curve", "Track", "Project"})
+        m.attr(name).attr("__module__") = "qmx";
 }

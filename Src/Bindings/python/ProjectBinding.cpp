@@ -22,14 +22,14 @@ namespace {
 
 const char* const kFieldNames[qmx::kTrackPropertyCount] = {"angle", "x", "y", "opacity", "scale_x", "scale_y"};
 
-std::string PathArgument(py::handle path)
+std::string PathArgument(py::object path)
 {
     return py::str(py::module_::import("os").attr("fspath")(path)).cast<std::string>();
 }
 
 class Project {
 public:
-    Project(py::handle path, bool create, bool readOnly, double waitSeconds)
+    Project(py::object path, bool create, bool readOnly, double waitSeconds)
         : m_state(std::make_shared<ProjectState>())
     {
         m_state->path = PathArgument(path);
@@ -176,7 +176,7 @@ unsaved, leaving the file as it was:
     with qmx.Project("title.qmxbag", create=True) as project:
         project.track.add(qmx.Params(time=0, x=-400, opacity=0))
         project.track.add({"time": 1, "x": 0, "opacity": 1}, kind=qmx.Kind.SMOOTH))")
-        .def(py::init<py::handle, bool, bool, double>(), py::arg("path"), py::kw_only(), py::arg("create") = false,
+        .def(py::init<py::object, bool, bool, double>(), py::arg("path"), py::kw_only(), py::arg("create") = false,
              py::arg("read_only") = false, py::arg("wait") = 10.0,
              "Opens (or, with create=True, starts) the project file at `path`.")
         .def_property_readonly("track", &Project::TrackView, "The project's track (a qmx.Track view of it).")
@@ -191,10 +191,10 @@ name to a list of qmx.Key(time, value, kind, left, right).)")
         .def("close", &Project::Close,
              "Closes the project without saving, releasing its edit lock; unsaved edits are dropped.")
         .def("__enter__", [](py::object self) { return self; })
-        .def("__exit__", [](Project& project, py::handle type, py::handle, py::handle) { return project.Exit(type); },
+        .def("__exit__", [](Project& project, py::object type, py::object, py::object) { return project.Exit(type); },
              "Saves the project when the block ended normally (and it was edited or is new), then closes it.")
         .def("__repr__", &Project::Repr)
-        .def_static("check", [](py::handle path) { return qmxkf::Project::Check(Module(), PathArgument(path)); },
+        .def_static("check", [](py::object path) { return qmxkf::Project::Check(Module(), PathArgument(path)); },
                     py::arg("path"),
                     "Every fault that keeps the file at `path` from loading, one line each; empty when it loads.");
 }

@@ -44,10 +44,10 @@ public:
 
     int Count();
     py::object Get(int64_t index);
-    py::object At(py::handle time);
-    double Value(py::handle property, py::handle time);
-    py::object IndexAt(py::handle time);
-    bool InRange(py::handle time);
+    py::object At(py::object time);
+    double Value(py::object property, py::object time);
+    py::object IndexAt(py::object time);
+    bool InRange(py::object time);
     int FrameOf(int64_t index, int64_t rate);
     py::object KeyAtFrame(int64_t frame, int64_t rate);
     double TimeOfFrame(int64_t frame, int64_t rate);
@@ -55,12 +55,12 @@ public:
     py::array_t<double> Sample(const py::array_t<double, py::array::c_style | py::array::forcecast>& times);
     py::array_t<double> SampleFrames(int64_t first, int64_t count, int64_t rate);
 
-    int Add(py::handle key, py::handle kinds);
-    int Set(int64_t index, py::handle key, py::handle kinds, bool replace);
-    int Move(int64_t index, py::handle time, bool replace);
+    int Add(py::object key, py::object kinds);
+    int Set(int64_t index, py::object key, py::object kinds, bool replace);
+    int Move(int64_t index, py::object time, bool replace);
     void Delete(int64_t index);
     void Clear();
-    void SetKind(int64_t index, py::handle kind, py::handle property);
+    void SetKind(int64_t index, py::object kind, py::object property);
     std::string Repr();
 
 private:
@@ -82,6 +82,6 @@ private:
     std::shared_ptr<ProjectState> m_project;
 };
 
-GivenKey ReadKey(py::handle key);
+GivenKey ReadKey(py::object key);
 
 }  // namespace qmxpy

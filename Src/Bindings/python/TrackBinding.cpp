@@ -28,7 +28,7 @@ const char* const kFieldNames[qmx::kTrackPropertyCount] = {"angle", "x", "y", "o
 // Kinds given for add and set: None, one kind for all six properties, or a
 // dict of property to kind. Only the kinds whose tangents the module
 // computes may be given.
-qmxkf::KindOptions ReadKinds(py::handle kinds)
+qmxkf::KindOptions ReadKinds(py::object kinds)
 {
     qmxkf::KindOptions options;
     if (kinds.is_none())
@@ -66,7 +66,7 @@ void RequireLinear(const qmxkf::KindOptions& kinds)
 
 }  // namespace
 
-GivenKey ReadKey(py::handle key)
+GivenKey ReadKey(py::object key)
 {
     GivenKey given;
     const auto read = [&](const std::string& name, py::handle value) {
@@ -153,7 +153,7 @@ py::object Track::Get(int64_t index)
     return ParamsObject(key);
 }
 
-py::object Track::At(py::handle time)
+py::object Track::At(py::object time)
 {
     const double t = Number(time, "the time", false);
     Access access = Lock();
@@ -163,7 +163,7 @@ py::object Track::At(py::handle time)
     return ParamsObject(key);
 }
 
-double Track::Value(py::handle property, py::handle time)
+double Track::Value(py::object property, py::object time)
 {
     const int p = PropertyArgument(property);
     const double t = Number(time, "the time", false);
@@ -171,7 +171,7 @@ double Track::Value(py::handle property, py::handle time)
     return NumberOf(access.track.GetKeyFrameValue(p, t));
 }
 
-py::object Track::IndexAt(py::handle time)
+py::object Track::IndexAt(py::object time)
 {
     const double t = Number(time, "the time", false);
     Access access = Lock();
@@ -179,7 +179,7 @@ py::object Track::IndexAt(py::handle time)
     return index >= 0 ? py::object(py::int_(index)) : py::object(py::none());
 }
 
-bool Track::InRange(py::handle time)
+bool Track::InRange(py::object time)
 {
     const double t = Number(time, "the time", false);
     Access access = Lock();
@@ -282,7 +282,7 @@ py::array_t<double> Track::SampleFrames(int64_t first, int64_t count, int64_t ra
 
 // ---- editing ----
 
-int Track::Add(py::handle key, py::handle kinds)
+int Track::Add(py::object key, py::object kinds)
 {
     GivenKey given = ReadKey(key);
     if (!given.time)
@@ -317,7 +317,7 @@ int Track::Add(py::handle key, py::handle kinds)
     return index;
 }
 
-int Track::Set(int64_t index, py::handle key, py::handle kinds, bool replace)
+int Track::Set(int64_t index, py::object key, py::object kinds, bool replace)
 {
     const GivenKey given = ReadKey(key);
     const qmxkf::KindOptions options = ReadKinds(kinds);
@@ -348,7 +348,7 @@ int Track::Set(int64_t index, py::handle key, py::handle kinds, bool replace)
     return access.track.GetKeyFrameIndex(time);
 }
 
-int Track::Move(int64_t index, py::handle time, bool replace)
+int Track::Move(int64_t index, py::object time, bool replace)
 {
     const double t = Number(time, "a key's time");
     Access access = Lock();
@@ -396,7 +396,7 @@ void Track::Clear()
     access.track.CleanAllKeyFrame();
 }
 
-void Track::SetKind(int64_t index, py::handle kind, py::handle property)
+void Track::SetKind(int64_t index, py::object kind, py::object property)
 {
     qmxkf::KindOptions options;
     if (property.is_none()) {
