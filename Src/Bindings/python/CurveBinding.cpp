@@ -293,9 +293,10 @@ private:
         return low;
     }
 
-    // Refuses an edit that would make the curve recompute key `index` (none
-    // when outside the keys) while its kind is free or none; a `neighbour`
-    // of kind none is passed over by the curve. The lock is held.
+    // Refuses an edit (qmx.EditRefused) that would make the curve recompute
+    // key `index` (none when outside the keys) while its kind is free or
+    // none; a `neighbour` of kind none is passed over by the curve. The lock
+    // is held.
     void RequireRecomputable(int index, bool neighbour)
     {
         if (index < 0 || index >= m_curve->GetKeyFramesCount())
@@ -303,9 +304,8 @@ private:
         const int kind = m_curve->GetInterpolationType(index);
         if (!FixedKind(kind) || (neighbour && kind == core::eKeyframeTypeNone))
             return;
-        throw py::value_error("key " + std::to_string(index) + " is of kind " + KindName(kind) +
-                              ": its tangents are kept as given, and this edit would make the module recompute "
-                              "them");
+        throw EditRefused("key " + std::to_string(index) + " is of kind " + KindName(kind) +
+                          ": its tangents are kept as given, and this edit would make the module recompute them");
     }
 
     QMXComPtr<core::IKeyFrame> m_curve;  // the one reference this object holds
