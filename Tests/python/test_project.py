@@ -32,6 +32,15 @@ def test_an_exception_leaves_the_file(project_path, edit):
     assert project.closed and project_path.read_bytes() == data
 
 
+def test_a_new_project_is_not_created_on_an_exception(tmp_path):
+    path = tmp_path / "new.qmxbag"
+    with pytest.raises(KeyError):
+        with qmx.Project(path, create=True) as project:
+            project.track.add(qmx.Params(time=0.0))
+            raise KeyError("changed my mind")
+    assert not path.exists()
+
+
 def test_reading_without_edits_leaves_the_file(project_path):
     before = project_path.stat()
     with qmx.Project(project_path) as project:

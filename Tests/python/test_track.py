@@ -1,4 +1,6 @@
 """qmx.Track: a track on its own, its frames, and sampling into arrays."""
+import threading
+
 import numpy as np
 import pytest
 
@@ -46,8 +48,9 @@ def test_queries(track, call, expected):
 def test_edits(track):
     assert track.add({"time": 1.0, "x": 7.0}) == 2          # other values: the track's there
     assert track[2] == qmx.Params(1.0, 60.0, 7.0, 10.0, 1.0, 1.0, 1.0)
-    with pytest.raises(qmx.EditRefused):
-        track.move(0, 1.0)
+    for refused in (lambda: track.move(0, 1.0), lambda: track.set(0, {"time": 2.0})):
+        with pytest.raises(qmx.EditRefused):
+            refused()
     assert track.move(0, 3.0) == 3 and track[-1].x == -400.0
     assert track.set(0, {"time": 1.0, "opacity": 0.5}, replace=True) == 0
     assert [k.time for k in track] == [1.0, 2.0, 3.0] and track[0].opacity == 0.5
@@ -68,3 +71,19 @@ def test_sampling_equals_single_calls(track):
     assert frames.tolist() == track.sample([track.time_of_frame(f, 24) for f in range(-5, 65)]).tolist()
     assert track.sample_frames(0, 0, 24).shape == (0, 6)
     assert rows[:, qmx.PROPERTIES.index("x")].tolist() == [track.value("x", t) for t in times]
+
+
+def test_threads_sample_one_track(track):
+    times = np.linspace(-0.5, 2.5, 1001)
+    expected = track.sample(times)
+    results = []
+
+    def sample():
+        results.extend(track.sample(times).tolist() == expected.tolist() for _ in range(50))
+
+    threads = [threading.Thread(target=sample) for _ in range(4)]
+    for thread in threads:
+        thread.start()
+    for thread in threads:
+        thread.join()
+    assert results == [True] * 200

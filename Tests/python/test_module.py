@@ -1,10 +1,29 @@
-"""Each Python object holds one interface reference and releases it when it
-is collected: the runtime's counters show every object made destroyed."""
+"""Loading the module, and the references Python objects hold: one each,
+released when the object is collected, as the runtime's counters show."""
 import gc
+import os
+import subprocess
+import sys
 
 import pytest
 
 import qmx
+
+
+def test_loading():
+    path = qmx.load()
+    assert path.endswith("/libQMXKeyFrame.so") and qmx.load(path) == path
+    assert qmx.module_version() == qmx.runtime_version() != ""
+    with pytest.raises(qmx.Error, match="already loaded"):
+        qmx.load(os.path.join(os.path.dirname(path), "elsewhere", "libQMXKeyFrame.so"))
+
+
+def test_a_module_that_does_not_load_is_an_error():
+    package = os.path.dirname(os.path.dirname(os.path.abspath(qmx.__file__)))
+    code = "import qmx\ntry:\n    qmx.load('/nonexistent/libQMXKeyFrame.so')\nexcept qmx.Error as e:\n    print(e)\n"
+    done = subprocess.run([sys.executable, "-c", code], capture_output=True, text=True,
+                          env=dict(os.environ, PYTHONPATH=package))
+    assert done.returncode == 0 and done.stdout.startswith("cannot load module: "), done.stderr
 
 
 def steps(before, after):
