@@ -274,7 +274,7 @@ PYBIND11_MODULE(_qmx, m)
     m.def("load", [](py::object path) {
               std::string file;
               if (!path.is_none())
-                  file = py::str(py::module_::import("os").attr("fspath")(path)).cast<std::string>();
+                  file = py::module_::import("os").attr("fsdecode")(path).cast<std::string>();
               return Load(file).Path();
           },
           py::arg("path") = py::none(),

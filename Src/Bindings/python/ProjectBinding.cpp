@@ -24,7 +24,7 @@ const char* const kFieldNames[qmx::kTrackPropertyCount] = {"angle", "x", "y", "o
 
 std::string PathArgument(py::object path)
 {
-    return py::str(py::module_::import("os").attr("fspath")(path)).cast<std::string>();
+    return py::module_::import("os").attr("fsdecode")(path).cast<std::string>();
 }
 
 class Project {
