@@ -1,4 +1,5 @@
 """qmx.Track: a track on its own, its frames, and sampling into arrays."""
+import sys
 import threading
 
 import numpy as np
@@ -87,3 +88,34 @@ def test_threads_sample_one_track(track):
     for thread in threads:
         thread.join()
     assert results == [True] * 200
+
+
+def test_threads_reading_and_editing_do_not_block_each_other():
+    """Readers make records while holding an object, and Python may switch
+    threads inside that; a writer waiting for the object must let them go
+    on (a fault here hangs the test)."""
+    curve, track = qmx.Curve(), qmx.Track()
+    for i in range(20):
+        curve.add(i, float(i))
+        track.add(qmx.Params(time=i, x=i))
+
+    def read():
+        for _ in range(300):
+            curve[5], curve.kind(3), track[2], track.kinds(1), curve.sample([1.0]), track.sample([0.5])
+
+    def write():
+        for k in range(300):
+            curve.set_value(7, float(k))
+            track.set(3, {"x": float(k)})
+
+    interval = sys.getswitchinterval()
+    sys.setswitchinterval(1e-6)
+    try:
+        threads = [threading.Thread(target=f) for f in (read, read, write, write)]
+        for thread in threads:
+            thread.start()
+        for thread in threads:
+            thread.join()
+    finally:
+        sys.setswitchinterval(interval)
+    assert (curve[7].value, track[3].x) == (299.0, 299.0)

@@ -7,6 +7,7 @@
 #include <pybind11/pybind11.h>
 
 #include <cstdint>
+#include <mutex>
 #include <stdexcept>
 #include <string>
 
@@ -78,6 +79,24 @@ py::object ParamsObject(const KeyFrameParam& key);
 inline bool FixedKind(int kind)
 {
     return kind == core::eKeyframeTypeFree || kind == core::eKeyframeTypeNone;
+}
+
+// Takes `mutex`, which keeps one Python call at a time on an object of the
+// module. A thread that has to wait lets go of the interpreter's lock
+// meanwhile: the thread holding the mutex may need the interpreter (to make
+// a record, or when Python switches threads inside it) before it lets go.
+inline std::unique_lock<std::mutex> Acquire(std::mutex& mutex)
+{
+    std::unique_lock<std::mutex> lock(mutex, std::try_to_lock);
+    if (lock.owns_lock())
+        return lock;
+    if (PyGILState_Check()) {
+        py::gil_scoped_release released;
+        lock.lock();
+    } else {
+        lock.lock();
+    }
+    return lock;
 }
 
 // "1.5 s", as messages name times.

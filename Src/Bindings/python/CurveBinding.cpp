@@ -34,13 +34,13 @@ public:
 
     int Count()
     {
-        std::lock_guard<std::mutex> lock(m_mutex);
+        const auto lock = Acquire(m_mutex);
         return m_curve->GetKeyFramesCount();
     }
 
     py::object Key(int64_t index)
     {
-        std::lock_guard<std::mutex> lock(m_mutex);
+        const auto lock = Acquire(m_mutex);
         const int i = KeyIndex(index, m_curve->GetKeyFramesCount());
         double left = 0.0, right = 0.0;
         m_curve->GetPointControlParam(i, left, right);
@@ -50,21 +50,21 @@ public:
 
     py::object Kind(int64_t index)
     {
-        std::lock_guard<std::mutex> lock(m_mutex);
+        const auto lock = Acquire(m_mutex);
         return KindObject(m_curve->GetInterpolationType(KeyIndex(index, m_curve->GetKeyFramesCount())));
     }
 
     py::object Value(py::object time, bool clamp)
     {
         const double t = Number(time, "the time", false);
-        std::lock_guard<std::mutex> lock(m_mutex);
+        const auto lock = Acquire(m_mutex);
         return ValueObject(m_curve->GetValue(t, clamp));
     }
 
     py::object IndexAt(py::object time)
     {
         const double t = Number(time, "the time", false);
-        std::lock_guard<std::mutex> lock(m_mutex);
+        const auto lock = Acquire(m_mutex);
         const int index = m_curve->getTimeValuePairIndex(t);
         return index >= 0 ? py::object(py::int_(index)) : py::object(py::none());
     }
@@ -80,7 +80,7 @@ public:
         double* out = values.mutable_data();
         {
             py::gil_scoped_release released;
-            std::lock_guard<std::mutex> lock(m_mutex);
+            const auto lock = Acquire(m_mutex);
             for (py::ssize_t i = 0; i < n; ++i)
                 out[i] = NumberOf(m_curve->GetValue(in[i], clamp));
         }
@@ -89,7 +89,7 @@ public:
 
     py::tuple Range()
     {
-        std::lock_guard<std::mutex> lock(m_mutex);
+        const auto lock = Acquire(m_mutex);
         core::ValAny low, high;
         m_curve->GetValueRange(low, high);
         return py::make_tuple(ValueObject(low), ValueObject(high));
@@ -100,13 +100,13 @@ public:
         if (range.size() != 2)
             throw py::value_error("a range is a pair (low, high)");
         const core::ValAny low = ValueArgument(range[0]), high = ValueArgument(range[1]);
-        std::lock_guard<std::mutex> lock(m_mutex);
+        const auto lock = Acquire(m_mutex);
         m_curve->SetValueRange(low, high);
     }
 
     py::object Type()
     {
-        std::lock_guard<std::mutex> lock(m_mutex);
+        const auto lock = Acquire(m_mutex);
         return PythonRecords().paramType(static_cast<int>(m_curve->GetParameterType()));
     }
 
@@ -114,13 +114,13 @@ public:
     {
         if (type < core::eParameterTypeDouble || type > core::eParameterTypeString)
             throw py::value_error("a curve's type is 0 to 3 (qmx.ParamType), not " + std::to_string(type));
-        std::lock_guard<std::mutex> lock(m_mutex);
+        const auto lock = Acquire(m_mutex);
         m_curve->SetParameterType(static_cast<core::ParameterTypeEnum>(type));
     }
 
     std::string ToJson()
     {
-        std::lock_guard<std::mutex> lock(m_mutex);
+        const auto lock = Acquire(m_mutex);
         return m_curve->Serialize();
     }
 
@@ -131,7 +131,7 @@ public:
         const double t = Number(time, "a key's time");
         const core::ValAny v = ValueArgument(value);
         core::KeyframeInterpolationType k = KindArgument(kind);
-        std::lock_guard<std::mutex> lock(m_mutex);
+        const auto lock = Acquire(m_mutex);
         const core::ParameterTypeEnum type = m_curve->GetParameterType();
         if (type == core::eParameterTypeBool || type == core::eParameterTypeString)
             k = core::eKeyframeTypeConstant;  // what the curve makes of any kind there
@@ -147,7 +147,7 @@ public:
 
     void Remove(int64_t index)
     {
-        std::lock_guard<std::mutex> lock(m_mutex);
+        const auto lock = Acquire(m_mutex);
         const int count = m_curve->GetKeyFramesCount();
         const int i = KeyIndex(index, count);
         // Both neighbours are recomputed whatever their kind; the one before
@@ -160,7 +160,7 @@ public:
     void SetValue(int64_t index, py::object value)
     {
         const core::ValAny v = ValueArgument(value);
-        std::lock_guard<std::mutex> lock(m_mutex);
+        const auto lock = Acquire(m_mutex);
         const int i = KeyIndex(index, m_curve->GetKeyFramesCount());
         RequireRecomputable(i, false);
         RequireRecomputable(i - 1, true);
@@ -171,7 +171,7 @@ public:
     void SetTime(int64_t index, py::object time, bool replace)
     {
         const double t = Number(time, "a key's time");
-        std::lock_guard<std::mutex> lock(m_mutex);
+        const auto lock = Acquire(m_mutex);
         const int i = KeyIndex(index, m_curve->GetKeyFramesCount());
         if (m_curve->GetPointTime(i) == t)
             return;
@@ -192,7 +192,7 @@ public:
     void SetKind(int64_t index, py::object kind)
     {
         const core::KeyframeInterpolationType k = KindArgument(kind);
-        std::lock_guard<std::mutex> lock(m_mutex);
+        const auto lock = Acquire(m_mutex);
         const int i = KeyIndex(index, m_curve->GetKeyFramesCount());
         if (m_curve->GetInterpolationType(i) == k)
             return;
@@ -207,7 +207,7 @@ public:
     void SetTangents(int64_t index, py::object left, py::object right)
     {
         const double l = Number(left, "the left tangent"), r = Number(right, "the right tangent");
-        std::lock_guard<std::mutex> lock(m_mutex);
+        const auto lock = Acquire(m_mutex);
         const int i = KeyIndex(index, m_curve->GetKeyFramesCount());
         double oldLeft = 0.0, oldRight = 0.0;
         m_curve->GetPointControlParam(i, oldLeft, oldRight);
@@ -221,7 +221,7 @@ public:
 
     void Clear()
     {
-        std::lock_guard<std::mutex> lock(m_mutex);
+        const auto lock = Acquire(m_mutex);
         m_curve->Clear();
     }
 
@@ -256,21 +256,21 @@ public:
                 throw py::value_error("key " + std::to_string(key) + " has kind " + std::to_string(kind) +
                                       ", which is no kind of key");
         }
-        std::lock_guard<std::mutex> lock(m_mutex);
+        const auto lock = Acquire(m_mutex);
         m_curve->CopyFrom(read.Get());
     }
 
     std::unique_ptr<Curve> Copy()
     {
         auto copy = std::make_unique<Curve>();
-        std::lock_guard<std::mutex> lock(m_mutex);
+        const auto lock = Acquire(m_mutex);
         copy->m_curve->CopyFrom(m_curve.Get());
         return copy;
     }
 
     std::string Repr()
     {
-        std::lock_guard<std::mutex> lock(m_mutex);
+        const auto lock = Acquire(m_mutex);
         const int count = m_curve->GetKeyFramesCount();
         static const char* const kTypes[] = {"double", "int", "bool", "string"};
         const int type = m_curve->GetParameterType();

@@ -1,5 +1,6 @@
 // The extension qmx._qmx: loading the module, the runtime's counters, the
 // exceptions and the argument and result conversions the classes share.
+#include <pybind11/numpy.h>
 #include <pybind11/pybind11.h>
 
 #include <cctype>
@@ -297,6 +298,16 @@ naming another afterwards raises qmx.Error.)");
           },
           "The runtime's totals of reference-count steps: (increments, decrements, first references, last "
           "releases).");
+
+    // pybind11 finds NumPy's interface once, in a static initialiser that
+    // imports NumPy (which may switch threads): done here, while the import
+    // of this package holds every other thread off, two threads sampling for
+    // the first time cannot block each other. Without NumPy the package loads
+    // and only sampling fails.
+    try {
+        py::array_t<double> warm(0);
+    } catch (const py::error_already_set&) {
+    }
 
     BindCurve(m);
     BindTrack(m);

@@ -64,18 +64,18 @@ public:
     const std::string& Path() const { return m_state->path; }
     bool Closed()
     {
-        std::lock_guard<std::mutex> lock(m_state->mutex);
+        const auto lock = Acquire(m_state->mutex);
         return !m_state->project;
     }
     bool Modified()
     {
-        std::lock_guard<std::mutex> lock(m_state->mutex);
+        const auto lock = Acquire(m_state->mutex);
         return m_state->modified;
     }
 
     py::dict Keys()
     {
-        std::lock_guard<std::mutex> lock(m_state->mutex);
+        const auto lock = Acquire(m_state->mutex);
         const qmxkf::TrackKeys keys = Open().Keys();
         py::dict result;
         for (int p = 0; p < qmx::kTrackPropertyCount; ++p) {
@@ -89,7 +89,7 @@ public:
 
     void Save()
     {
-        std::lock_guard<std::mutex> lock(m_state->mutex);
+        const auto lock = Acquire(m_state->mutex);
         qmxkf::Project& project = Open();
         if (m_state->readOnly)
             throw ProjectFailure(m_state->path + " was opened read-only");
@@ -106,7 +106,7 @@ public:
     {
         std::unique_ptr<qmxkf::Project> closing;
         {
-            std::lock_guard<std::mutex> lock(m_state->mutex);
+            const auto lock = Acquire(m_state->mutex);
             closing = std::move(m_state->project);
         }
     }
@@ -115,7 +115,7 @@ public:
     {
         bool save = false;
         {
-            std::lock_guard<std::mutex> lock(m_state->mutex);
+            const auto lock = Acquire(m_state->mutex);
             save = type.is_none() && m_state->project && !m_state->readOnly &&
                    (m_state->modified || m_state->created);
         }
@@ -132,7 +132,7 @@ public:
 
     std::string Repr()
     {
-        std::lock_guard<std::mutex> lock(m_state->mutex);
+        const auto lock = Acquire(m_state->mutex);
         if (!m_state->project)
             return "<qmx.Project " + m_state->path + ", closed>";
         const int count = m_state->project->KeyCount();

@@ -108,8 +108,8 @@ Track::Track(std::shared_ptr<ProjectState> project) : m_project(std::move(projec
 Track::Access Track::Lock()
 {
     if (!m_project)
-        return Access{std::unique_lock<std::mutex>(m_mutex), *m_own, nullptr};
-    std::unique_lock<std::mutex> lock(m_project->mutex);
+        return Access{Acquire(m_mutex), *m_own, nullptr};
+    std::unique_lock<std::mutex> lock = Acquire(m_project->mutex);
     if (!m_project->project)
         throw qmxkf::ToolError(m_project->path + ": the project is closed");
     return Access{std::move(lock), m_project->project->Track(), m_project.get()};
