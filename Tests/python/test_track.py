@@ -41,6 +41,8 @@ def test_at(track, time, expected):
     (lambda t: t.value("y", 1.25), 15.0),
     (lambda t: t.value(3, 1.0), 1.0),
     (lambda t: t.kinds(0), (qmx.Kind.LINEAR,) * 6),
+    (lambda t: t.has_keys("scale_y"), True),
+    (lambda t: qmx.Track().has_keys(0), False),
 ])
 def test_queries(track, call, expected):
     assert call(track) == expected

@@ -48,6 +48,7 @@ public:
     double Value(py::object property, py::object time);
     py::object IndexAt(py::object time);
     bool InRange(py::object time);
+    bool HasKeys(py::object property);
     int FrameOf(int64_t index, int64_t rate);
     py::object KeyAtFrame(int64_t frame, int64_t rate);
     double TimeOfFrame(int64_t frame, int64_t rate);

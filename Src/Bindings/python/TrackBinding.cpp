@@ -186,6 +186,13 @@ bool Track::InRange(py::object time)
     return access.track.InKeyFrameRange(t);
 }
 
+bool Track::HasKeys(py::object property)
+{
+    const int p = PropertyArgument(property);
+    Access access = Lock();
+    return access.track.HasKeyFrame(p);
+}
+
 int Track::FrameOf(int64_t index, int64_t rate)
 {
     const int r = IntArgument(rate, "rate");
@@ -461,6 +468,8 @@ that the module would stop the process on.)")
         .def("index_at", &Track::IndexAt, py::arg("time"), "The index of the key at exactly `time`, or None.")
         .def("in_range", &Track::InRange, py::arg("time"),
              "Whether `time` lies between the first and the last key (never with fewer than two keys).")
+        .def("has_keys", &Track::HasKeys, py::arg("property"),
+             "Whether the property's curve has keys (a name of qmx.PROPERTIES or its number 0 to 5).")
         .def("frame_of", &Track::FrameOf, py::arg("index"), py::arg("rate"),
              "The frame of key `index` at `rate` frames per second (the nearest frame).")
         .def("key_at_frame", &Track::KeyAtFrame, py::arg("frame"), py::arg("rate"),
