@@ -60,8 +60,9 @@ track = qmx.Track()
 track.add(qmx.Params(time=0, x=-400))
 track.add(qmx.Params(time=1, x=0))
 print(qmx.__file__, qmx.load(), track.sample([0.25])[0, 1])' 2>&1) || fail "python3 -c 'import qmx': $printed"
-    [[ $printed == "$prefix/lib/python3/dist-packages/qmx/__init__.py $prefix/lib/"*"/qmx/libQMXKeyFrame.so -300.0" ]] ||
-        fail "the installed Python package printed: $printed"
+    local package=$prefix/lib/python3/dist-packages/qmx/__init__.py module=$prefix/lib/*/qmx/libQMXKeyFrame.so
+    # shellcheck disable=SC2053
+    [[ $printed == $package\ $module\ -300.0 ]] || fail "the installed Python package printed: $printed"
 }
 
 case $mode in
