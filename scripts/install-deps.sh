@@ -11,6 +11,7 @@ packages=(
     valgrind clang libclang-rt-14-dev
     doxygen help2man dpkg-dev file
     chromium chromium-driver python3-selenium
+    python3-dev pybind11-dev python3-numpy python3-pytest
 )
 
 missing=()

@@ -6,8 +6,10 @@
 # Either way, the example host is built against the result with find_package
 # and with a plain compiler line from pkg-config, and both must load the
 # installed module from its plug-in folder and print the expected samples.
+# With a fifth argument, a Python interpreter, the installed Python package
+# qmx must import with it and load the installed module too.
 set -euo pipefail
-mode=$1 build=$2 source=$3 version=$4
+mode=$1 build=$2 source=$3 version=$4 python=${5:-}
 unset QMX_MODULE_PATH
 scratch=$(mktemp -d)
 trap 'rm -rf "$scratch"' EXIT
@@ -47,11 +49,28 @@ check_example() {
         fail "the example given the module's path printed wrongly"
 }
 
+# Imports the Python package installed under `prefix` (found through
+# PYTHONPATH only) and samples a track with the module of that installation.
+check_python() {
+    local prefix=$1 printed
+    [[ -n $python ]] || return 0
+    printed=$(cd "$scratch" && PYTHONPATH="$prefix/lib/python3/dist-packages" "$python" -c '
+import qmx
+track = qmx.Track()
+track.add(qmx.Params(time=0, x=-400))
+track.add(qmx.Params(time=1, x=0))
+print(qmx.__file__, qmx.load(), track.sample([0.25])[0, 1])' 2>&1) || fail "python3 -c 'import qmx': $printed"
+    local package=$prefix/lib/python3/dist-packages/qmx/__init__.py module=$prefix/lib/*/qmx/libQMXKeyFrame.so
+    # shellcheck disable=SC2053
+    [[ $printed == $package\ $module\ -300.0 ]] || fail "the installed Python package printed: $printed"
+}
+
 case $mode in
 install)
     cmake --install "$build" --prefix "$scratch/prefix" >"$scratch/log" 2>&1 || fail "install: $(tail -3 "$scratch/log")"
     check_example "$scratch/prefix"
     "$scratch/prefix/bin/qmxkf" validate >/dev/null || fail "the installed qmxkf does not validate the installed module"
+    check_python "$scratch/prefix"
     ;;
 package)
     (cd "$scratch" && cpack --config "$build/CPackConfig.cmake" -B "$scratch/package" >"$scratch/log" 2>&1) ||
@@ -73,8 +92,14 @@ package)
     ! grep -E '^\./usr/include/.*(scombase|qmx_saturate|keyframe_process|SegmentMath)|\.a$' <<<"$files" ||
         fail "the package holds internals"
     grep -q '^\./usr/share/doc/qmxkeyframe/api/index\.html$' <<<"$files" || fail "the package lacks the API reference"
+    if [[ -n $python ]]; then
+        grep -q '^\./usr/lib/python3/dist-packages/qmx/__init__\.py$' <<<"$files" &&
+            grep -q '^\./usr/lib/python3/dist-packages/qmx/_qmx\..*\.so$' <<<"$files" ||
+            fail "the package lacks the Python package qmx"
+    fi
     dpkg-deb -x "$deb" "$scratch/root"
     check_example "$scratch/root/usr"
+    check_python "$scratch/root/usr"
     [[ $("$scratch/root/usr/bin/qmxkf" --version) == "qmxkf $version (host runtime $version)" ]] ||
         fail "the packaged qmxkf reports another version"
     zcat "$scratch/root/usr/share/man/man1/qmxkf.1.gz" | grep -q '^\.SS validate' || fail "the manual page lacks the commands"
