@@ -15,7 +15,6 @@
 #include <vector>
 
 #include "Properties.h"
-#include "StoredTrack.h"
 #include "ToolError.h"
 #include "Track.h"
 
@@ -127,12 +126,13 @@ void Track::Apply(Access& access, const qmxkf::Edit& edit)
     } catch (const qmxkf::ToolError& e) {
         throw EditRefused(e.what());
     }
-    // What a save would store must read back whole, as a save checks.
-    const qmxkf::Project::Checkpoint after = project.Mark();
-    const qmxkf::StoredTrack stored = qmxkf::ReadStoredTrack(Module(), after.bag.Get(), -1);
-    if (!stored.problems.empty()) {
+    // What a save would store must read back whole, as a save checks (a
+    // checkpoint of a track that does not is refused).
+    try {
+        project.Mark();
+    } catch (const qmxkf::ToolError& e) {
         project.Restore(before);
-        throw EditRefused(stored.problems.front() + " (the edit was taken back)");
+        throw EditRefused(std::string(e.what()) + " (the edit was taken back)");
     }
     state.modified = true;
 }
