@@ -59,7 +59,8 @@ expect missing "qmxkf: nope.qmxbag: No such file or directory" "$qmxkf" list nop
 expect free-kind "qmxkf: --kind: kind free keeps tangents as a file gives them; the tool sets only the kinds whose \
 tangents the module computes (see qmxkf --help)" "$qmxkf" set p.qmxbag 0 --kind x=free
 sed 's/^x,1,2,/x,1,0.1,/' keys.csv > unordered.csv
-expect bad-import "qmxkf: unordered.csv: x: key 1 is not later than key 0" "$qmxkf" import p.qmxbag unordered.csv
+expect bad-import "qmxkf: unordered.csv: key 1 of position x is at 0.1 s and key 1 of angle at 2 s; the curves of a \
+track share their keys" "$qmxkf" import p.qmxbag unordered.csv
 # A count naming more segments than the file can hold is refused at once.
 sed 's/"KeyFrameAngle", "int": 1/"KeyFrameAngle", "int": 2147483647/' p.qmxbag > huge.qmxbag
 cp huge.qmxbag huge-before

@@ -3,6 +3,7 @@
 #include <json/json.h>
 
 #include <charconv>
+#include <iterator>
 #include <cmath>
 #include <memory>
 #include <optional>
@@ -41,26 +42,6 @@ std::optional<double> FiniteNumber(const std::string& text)
     if (read.ec != std::errc() || read.ptr != end || !std::isfinite(value))
         return std::nullopt;
     return value;
-}
-
-// The six lists agree on their times, each rising.
-void CheckLockstep(const TrackKeys& keys, const std::string& source)
-{
-    for (int p = 0; p < qmx::kTrackPropertyCount; ++p) {
-        const std::vector<KeyRecord>& list = keys[p];
-        const std::string where = source + ": " + kProperties[p].option;
-        if (list.size() != keys[0].size())
-            throw ToolError(where + " has " + std::to_string(list.size()) + " keys where " + kProperties[0].option +
-                            " has " + std::to_string(keys[0].size()) + "; the six properties share their key times");
-        for (size_t i = 0; i < list.size(); ++i) {
-            if (i > 0 && !(list[i - 1].time < list[i].time))
-                throw ToolError(where + ": key " + std::to_string(i) + " is not later than key " +
-                                std::to_string(i - 1));
-            if (list[i].time != keys[0][i].time)
-                throw ToolError(where + ": key " + std::to_string(i) + " is at " + Number(list[i].time) + " s where " +
-                                kProperties[0].option + "'s is at " + Number(keys[0][i].time) + " s");
-        }
-    }
 }
 
 TrackKeys ReadCsv(const std::string& text, const std::string& source)
@@ -172,11 +153,39 @@ std::string WriteKeysJson(const TrackKeys& keys)
     return text + "\n}}\n";
 }
 
+void CheckTrackKeys(const TrackKeys& keys, const std::string& source)
+{
+    const auto refuse = [&](size_t key, int p, const std::string& what) {
+        throw ToolError(source + ": key " + std::to_string(key) + " of " + kProperties[p].title + " " + what);
+    };
+    for (int p = 0; p < qmx::kTrackPropertyCount; ++p) {
+        const std::vector<KeyRecord>& curve = keys[p];
+        if (curve.size() != keys[0].size())
+            throw ToolError(source + ": " + kProperties[p].title + " has " + std::to_string(curve.size()) +
+                            " keys and " + kProperties[0].title + " " + std::to_string(keys[0].size()) +
+                            "; the curves of a track share their keys");
+        for (size_t i = 0; i < curve.size(); ++i) {
+            const KeyRecord& key = curve[i];
+            if (!std::isfinite(key.time) || !std::isfinite(key.value) || !std::isfinite(key.left) ||
+                !std::isfinite(key.right))
+                refuse(i, p, "holds a number that is not finite");
+            if (key.kind < 0 || key.kind >= int(std::size(kKindNames)))
+                refuse(i, p, "is of unknown kind " + std::to_string(key.kind));
+            if (key.time != keys[0][i].time)
+                refuse(i, p, "is at " + Number(key.time) + " s and key " + std::to_string(i) + " of " +
+                                 kProperties[0].title + " at " + Number(keys[0][i].time) +
+                                 " s; the curves of a track share their keys");
+            if (i > 0 && !(key.time > curve[i - 1].time))
+                refuse(i, p, "is not later than key " + std::to_string(i - 1));
+        }
+    }
+}
+
 TrackKeys ReadKeys(const std::string& text, const std::string& source)
 {
     const size_t first = text.find_first_not_of(" \t\r\n");
     TrackKeys keys = first != std::string::npos && text[first] == '{' ? ReadJson(text, source) : ReadCsv(text, source);
-    CheckLockstep(keys, source);
+    CheckTrackKeys(keys, source);
     return keys;
 }
 

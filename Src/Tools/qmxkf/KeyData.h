@@ -34,10 +34,14 @@ using TrackKeys = std::array<std::vector<KeyRecord>, qmx::kTrackPropertyCount>;
 std::string WriteKeysCsv(const TrackKeys& keys);
 std::string WriteKeysJson(const TrackKeys& keys);
 
+// Refuses, with ToolError naming `source`, the property and the key, keys
+// that are no track's: a number that is not finite, an unknown kind, times
+// that do not rise, or properties whose key times differ.
+void CheckTrackKeys(const TrackKeys& keys, const std::string& source);
+
 // Reads keys written in either form (JSON when the text starts with '{').
 // Throws ToolError naming `source`, the line or property and the key for
-// anything that is not such keys: every number finite, the kinds known, the
-// times of each property rising and the same on all six.
+// anything that is not such keys (see CheckTrackKeys).
 TrackKeys ReadKeys(const std::string& text, const std::string& source);
 
 }  // namespace qmxkf

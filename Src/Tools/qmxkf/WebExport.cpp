@@ -35,34 +35,15 @@ struct Stop {
     throw ToolError(source + ": key " + std::to_string(key) + " of " + kProperties[p].title + " " + what);
 }
 
-// Refuses what has no exact web form: numbers that are not finite, unknown
-// kinds and kind none, keys out of order, curves that do not share their key
-// times.
+// Refuses what has no exact web form: what is no track's keys, and kind
+// none, whose segment takes its shape from outside the curve.
 void CheckKeys(const TrackKeys& keys, const std::string& source)
 {
-    for (int p = 0; p < qmx::kTrackPropertyCount; ++p) {
-        const std::vector<KeyRecord>& curve = keys[p];
-        if (curve.size() != keys[0].size())
-            throw ToolError(source + ": " + kProperties[p].title + " has " + std::to_string(curve.size()) +
-                            " keys and " + kProperties[0].title + " " + std::to_string(keys[0].size()) +
-                            "; the curves of a track share their keys");
-        for (size_t i = 0; i < curve.size(); ++i) {
-            const KeyRecord& key = curve[i];
-            if (!std::isfinite(key.time) || !std::isfinite(key.value) || !std::isfinite(key.left) ||
-                !std::isfinite(key.right))
-                Refuse(source, i, p, "holds a number that is not finite");
-            if (key.kind < 0 || key.kind > kNone)
-                Refuse(source, i, p, "is of unknown kind " + std::to_string(key.kind));
-            if (key.kind == kNone)
+    CheckTrackKeys(keys, source);
+    for (int p = 0; p < qmx::kTrackPropertyCount; ++p)
+        for (size_t i = 0; i < keys[p].size(); ++i)
+            if (keys[p][i].kind == kNone)
                 Refuse(source, i, p, "is of kind none, which has no segment shape to export");
-            if (key.time != keys[0][i].time)
-                Refuse(source, i, p, "is at " + Number(key.time) + " s and key " + std::to_string(i) + " of " +
-                                         kProperties[0].title + " at " + Number(keys[0][i].time) +
-                                         " s; the curves of a track share their keys");
-            if (i > 0 && !(key.time > curve[i - 1].time))
-                Refuse(source, i, p, "is not later than key " + std::to_string(i - 1));
-        }
-    }
 }
 
 // Splits the cubic Bezier `v` at `s` by de Casteljau's construction into the
