@@ -16,6 +16,8 @@ expect kinds "wrote k.png (1200x900)" "$qmxkf" kinds -o k.png
 picture p.svg 640 400; picture p.png 640 400; picture k.png 1200 900; picture k.svg 800 600
 
 cp p.png before.png
+# A file of the user's beside the picture is never a plot's scratch file.
+echo "the user's notes" > p.png.tmp
 expect bad-type "qmxkf: p.jpg: the picture's name must end in .svg or .png" "$qmxkf" plot p.qmxbag -o p.jpg
 expect bad-size "qmxkf: --size 10x10: expected WIDTHxHEIGHT, each from 200 to 8000 pixels" \
     "$qmxkf" plot p.qmxbag -o p.png --size 10x10
@@ -23,7 +25,9 @@ expect no-keys "qmxkf: empty.qmxbag has no keys to plot" "$qmxkf" plot empty.qmx
 expect bad-place "qmxkf: nowhere/p.png: cannot write the picture (No such file or directory)" \
     "$qmxkf" plot p.qmxbag -o nowhere/p.png
 cmp -s p.png before.png || fail "a failed plot changed the picture"
-[[ -z $(ls ./*.tmp 2>/dev/null) ]] || fail "a temporary picture was left behind"
+[[ -z $(ls ./*.tmp-* 2>/dev/null) ]] || fail "a temporary picture was left behind"
+"$qmxkf" plot p.qmxbag -o p.png --size 640x400 >/dev/null || fail "plot beside a user's .tmp file"
+[[ $(cat p.png.tmp) == "the user's notes" ]] || fail "a plot wrote over the user's p.png.tmp"
 
 for run in first again; do
     "$qmxkf" demo --out out >demo.txt 2>&1 || fail "demo ($run run)"

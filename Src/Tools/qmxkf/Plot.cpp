@@ -2,11 +2,13 @@
 
 #include <cairo-svg.h>
 #include <cairo.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <cmath>
+#include <cstdlib>
 #include <cstdio>
 #include <cstring>
 #include <memory>
@@ -234,14 +236,19 @@ void DrawPanels(const std::string& path, Size size, const std::string& title, co
     const bool svg = EndsWith(path, ".svg");
     if (!svg && !EndsWith(path, ".png"))
         throw ToolError(path + ": the picture's name must end in .svg or .png");
-    // Drawn beside the target and renamed over it, so a failure leaves no
-    // half-written picture.
-    const std::string temporary = path + ".tmp";
-    // Cairo reports a file it cannot create without the reason: ask first.
-    if (std::FILE* probe = std::fopen(temporary.c_str(), "wb"))
-        std::fclose(probe);
-    else
+    // Drawn beside the target into a new file of its own (never one that
+    // exists: another plot's, or a user's) and renamed over it, so a failure
+    // leaves no half-written picture. Created here because Cairo reports a
+    // file it cannot create without the reason; given the mode a new file
+    // gets.
+    std::string temporary = path + ".tmp-XXXXXX";
+    const int created = mkstemp(temporary.data());
+    if (created < 0)
         throw ToolError(path + ": cannot write the picture (" + std::strerror(errno) + ")");
+    const mode_t mask = umask(0);
+    umask(mask);
+    fchmod(created, 0666 & ~mask);
+    close(created);
     std::unique_ptr<cairo_surface_t, SurfaceDeleter> surface(
         svg ? cairo_svg_surface_create(temporary.c_str(), size.width, size.height)
             : cairo_image_surface_create(CAIRO_FORMAT_ARGB32, size.width, size.height));
