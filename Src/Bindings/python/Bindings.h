@@ -62,6 +62,9 @@ core::KeyframeInterpolationType KindArgument(py::handle kind);
 // A track property given as 0..5 or a name ("angle", "x", "y", "opacity",
 // "scale_x", "scale_y"); ValueError otherwise.
 int PropertyArgument(py::handle property);
+// The Python name of track property `property` (0..5): the tool's option
+// name as an identifier ("scale_x").
+const char* FieldName(int property);
 // A key value as the curves store it: bool, an integer or a finite float.
 core::ValAny ValueArgument(py::handle value);
 

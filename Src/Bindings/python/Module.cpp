@@ -3,6 +3,9 @@
 #include <pybind11/numpy.h>
 #include <pybind11/pybind11.h>
 
+#include <algorithm>
+#include <array>
+
 #include <cctype>
 #include <cmath>
 #include <cstring>
@@ -124,6 +127,19 @@ core::KeyframeInterpolationType KindArgument(py::handle kind)
     if (number < 0 || number >= static_cast<long long>(std::size(qmxkf::kKindNames)))
         throw py::value_error(std::to_string(number) + " is no kind of key (kinds are 0 to 7)");
     return static_cast<core::KeyframeInterpolationType>(number);
+}
+
+const char* FieldName(int property)
+{
+    static const auto names = [] {
+        std::array<std::string, qmx::kTrackPropertyCount> result;
+        for (int p = 0; p < qmx::kTrackPropertyCount; ++p) {
+            result[p] = qmx::kTrackProperties[p].option;
+            std::replace(result[p].begin(), result[p].end(), '-', '_');
+        }
+        return result;
+    }();
+    return names[property].c_str();
 }
 
 int PropertyArgument(py::handle property)

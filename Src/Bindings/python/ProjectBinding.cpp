@@ -20,8 +20,6 @@ namespace qmxpy {
 
 namespace {
 
-const char* const kFieldNames[qmx::kTrackPropertyCount] = {"angle", "x", "y", "opacity", "scale_x", "scale_y"};
-
 std::string PathArgument(py::object path)
 {
     return py::module_::import("os").attr("fsdecode")(path).cast<std::string>();
@@ -82,7 +80,7 @@ public:
             py::list list;
             for (const qmxkf::KeyRecord& key : keys[static_cast<size_t>(p)])
                 list.append(PythonRecords().key(key.time, key.value, KindObject(key.kind), key.left, key.right));
-            result[kFieldNames[p]] = list;
+            result[FieldName(p)] = list;
         }
         return result;
     }

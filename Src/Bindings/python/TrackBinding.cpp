@@ -22,8 +22,6 @@ namespace qmxpy {
 
 namespace {
 
-const char* const kFieldNames[qmx::kTrackPropertyCount] = {"angle", "x", "y", "opacity", "scale_x", "scale_y"};
-
 // Kinds given for add and set: None, one kind for all six properties, or a
 // dict of property to kind. Only the kinds whose tangents the module
 // computes may be given.
@@ -74,7 +72,7 @@ GivenKey ReadKey(py::object key)
             return;
         }
         const int p = PropertyArgument(py::str(name));
-        given.values.values[p] = Number(value, kFieldNames[p]);
+        given.values.values[p] = Number(value, FieldName(p));
     };
     if (PyDict_Check(key.ptr())) {
         for (auto [name, value] : py::reinterpret_borrow<py::dict>(key)) {
@@ -85,12 +83,15 @@ GivenKey ReadKey(py::object key)
         return given;
     }
     bool any = false;
-    for (const char* name : {"time", "angle", "x", "y", "opacity", "scale_x", "scale_y"}) {
+    const auto take = [&](const char* name) {
         if (py::hasattr(key, name)) {
             read(name, key.attr(name));
             any = true;
         }
-    }
+    };
+    take("time");
+    for (int p = 0; p < qmx::kTrackPropertyCount; ++p)
+        take(FieldName(p));
     if (!any)
         throw py::type_error(std::string("a key is a qmx.Params or a dict, not ") + Py_TYPE(key.ptr())->tp_name);
     return given;
@@ -315,8 +316,8 @@ int Track::Add(py::object key, py::object kinds)
     for (int p = 0; p < qmx::kTrackPropertyCount; ++p) {
         const double sampled = param.*qmx::kTrackProperties[p].field;
         if (!given.values.Given(p) && !std::isfinite(sampled))
-            throw EditRefused(std::string("the track's ") + kFieldNames[p] + " at " + Seconds(time) +
-                              " is not finite: give " + kFieldNames[p]);
+            throw EditRefused(std::string("the track's ") + FieldName(p) + " at " + Seconds(time) +
+                              " is not finite: give " + FieldName(p));
     }
     given.values.ApplyTo(param);
     int index = -1;
