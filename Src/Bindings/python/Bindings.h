@@ -104,6 +104,9 @@ inline std::unique_lock<std::mutex> Acquire(std::mutex& mutex)
 
 // "1.5 s", as messages name times.
 std::string Seconds(double time);
+// Refuses to move key `index` onto `time` where key `other` (-1: none) already
+// is, unless `replace` allows losing that key.
+void RequireReplaceable(int other, int index, double time, bool replace);
 
 void BindCurve(py::module_& m);
 void BindTrack(py::module_& m);

@@ -177,9 +177,7 @@ public:
             return;
         RequireRecomputable(i, false);
         const int other = m_curve->getTimeValuePairIndex(t);
-        if (other >= 0 && !replace)
-            throw EditRefused("key " + std::to_string(other) + " is already at " + Seconds(t) +
-                              ": pass replace=True to replace it");
+        RequireReplaceable(other, i, t, replace);
         // The moved key's new neighbours among the keys that stay.
         const int before = KeysBefore(t);
         const int below = before - 1 == i ? before - 2 : before - 1;

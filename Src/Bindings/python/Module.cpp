@@ -76,6 +76,13 @@ std::string Seconds(double time)
     return qmxkf::Number(time) + " s";
 }
 
+void RequireReplaceable(int other, int index, double time, bool replace)
+{
+    if (other >= 0 && other != index && !replace)
+        throw EditRefused("key " + std::to_string(other) + " is already at " + Seconds(time) +
+                          ": pass replace=True to replace it");
+}
+
 double Number(py::handle value, const char* what, bool finite)
 {
     if (value.is_none() || PyUnicode_Check(value.ptr()) || PyBytes_Check(value.ptr()))

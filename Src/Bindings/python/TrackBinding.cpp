@@ -346,10 +346,7 @@ int Track::Set(int64_t index, py::object key, py::object kinds, bool replace)
         return access.track.GetKeyFrameIndex(time);
     }
     RequireLinear(options);
-    const int other = access.track.GetKeyFrameIndex(time);
-    if (other >= 0 && other != i && !replace)
-        throw EditRefused("key " + std::to_string(other) + " is already at " + Seconds(time) +
-                          ": pass replace=True to replace it");
+    RequireReplaceable(access.track.GetKeyFrameIndex(time), i, time, replace);
     given.values.ApplyTo(param);
     param.dPosition = time;
     access.track.SetKeyFrame(i, param);
@@ -370,10 +367,7 @@ int Track::Move(int64_t index, py::object time, bool replace)
         Apply(access, edit);
         return access.track.GetKeyFrameIndex(t);
     }
-    const int other = access.track.GetKeyFrameIndex(t);
-    if (other >= 0 && other != i && !replace)
-        throw EditRefused("key " + std::to_string(other) + " is already at " + Seconds(t) +
-                          ": pass replace=True to replace it");
+    RequireReplaceable(access.track.GetKeyFrameIndex(t), i, t, replace);
     access.track.ChangeKeyFramePosition(i, t);
     return access.track.GetKeyFrameIndex(t);
 }
